@@ -1,0 +1,33 @@
+// SHA-256 (FIPS 180-4), by the platform's crypto library.
+#pragma once
+
+#include "Velmar/Hashes/GenericHash.h"
+
+namespace Velmar::Hashes {
+
+class RYL_API SHA256 : public GenericHash {
+ public:
+  SHA256() = default;
+  ~SHA256() override;
+  SHA256(const SHA256&) = delete;
+  SHA256& operator=(const SHA256&) = delete;
+
+  bool Init() override;
+  bool Update(const void* data, u32 size) override;
+  bool Final() override;
+  const char* GetHexDigest(bool upperCase) override;
+  const u8* GetDigest() const override;  // 32 bytes
+  u32 GetDigestSize() const override;
+  bool InitWithContext(void* area, u32 areaSize) override;
+  bool UpdateWithContext(void* area, u32 areaSize, const void* data, u32 size) override;
+  // Releases what InitWithContext took; the digest goes into this object.
+  bool FinalWithContext(void* area, u32 areaSize) override;
+  u32 GetContextSize() const override;
+
+ private:
+  void* state_ = nullptr;
+  u8 digest_[32] = {};
+  char hex_[2 * 32 + 1] = {};
+};
+
+}  // namespace Velmar::Hashes

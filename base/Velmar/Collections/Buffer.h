@@ -25,9 +25,12 @@ class RYL_API Buffer {
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;
 
-  // Heap buffer. `zeroed` clears new room. False on exhaustion, on a growth of 0 or a capacity above `maxSize`.
+  // Heap buffer. `zeroed`: AllocateBuffer clears its room. False, with nothing changed, on exhaustion, on a growth of 0 or
+  // a capacity above `maxSize`.
   bool Create(u32 capacity, u32 maxSize, u32 growth, bool zeroed, GrowType type);
-  // Starts in `area` and moves to the heap when it outgrows it and `mayLeaveArea` is set.
+  // Starts in `area` and moves to the heap when it outgrows it and `mayLeaveArea` is set; without it the maximum is
+  // `areaSize`. With `startEmpty` false the area's bytes are the content. False, with nothing changed, on a growth of 0, a
+  // null or empty area, or one above `maxSize` that may be left.
   bool CreateFromExistingBuffer(void* area, u32 areaSize, bool startEmpty, bool mayLeaveArea, u32 maxSize, u32 growth,
                                 bool zeroed, GrowType type);
 
@@ -72,7 +75,6 @@ class RYL_API Buffer {
   u32 growth_ = 0;
   GrowType growType_ = GrowType::kFixedStep;
   bool ownsData_ = false;
-  bool mayLeaveArea_ = false;
   bool zeroed_ = false;
 };
 

@@ -46,9 +46,10 @@ class RYL_API String {
 
   bool Set(const char* source, int sourceLength = -1);
   bool Set(const String* source, int sourceLength = -1);
-  // printf formatting in the C locale; the arguments may not point into this string.
-  bool SetFormat(const char* format, ...) __attribute__((format(printf, 2, 3)));
-  bool AddFormat(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  // printf formatting, the same on every platform (%llu too) and in every locale while no floating-point conversion is
+  // used. The arguments may not point into this string.
+  bool SetFormat(const char* format, ...) RYL_PRINTF(2, 3);
+  bool AddFormat(const char* format, ...) RYL_PRINTF(2, 3);
   bool Add(const char* source, int sourceLength = -1);
   bool AddChar(char c);
 
@@ -98,7 +99,8 @@ class RYL_API String {
 
  private:
   bool ReserveFor(i32 newLength);
-  bool AppendFormat(i32 at, const char* format, __builtin_va_list arguments);
+  void SetLength(i32 newLength);
+  bool FormatAt(i32 at, const char* format, __builtin_va_list arguments) RYL_PRINTF(3, 0);
   void Release();
   void TakeFrom(String& other);
 

@@ -1,0 +1,60 @@
+// ModuleSession: one run of the module inside this program, from loading to unloading.
+//
+//   ModuleSession session(services);
+//   std::string error;
+//   if (!session.Open(dataFolder, error)) ...
+//   session.Send(PackConnection(record));
+//   if (!session.Close()) ...   // the last dump failed
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "RYL/Module/EventLookup.h"
+#include "RYL/Module/FileHashService.h"
+#include "Velmar/Types.h"
+
+namespace Host {
+
+// What the module may ask of this program. Null: no such service.
+struct ModuleServices {
+  RYL::Module::EventLookup* eventLookup = nullptr;
+  RYL::Module::FileHashService* fileHashes = nullptr;
+};
+
+// Lifetime: Open once, Close once; the services must outlive it. Only one in a process at a time.
+// Threads: Send from any thread between Open and Close; the rest from one thread.
+// Effects on disk: the module writes day files below DIR/netdb.
+class ModuleSession {
+ public:
+  enum class Outcome {
+    kTaken,      // also events that the module rightly ignores
+    kQueueFull,  // the module's queue is at its ceiling; try again later
+    kRefused,    // another failure; the log has the reason
+  };
+
+  explicit ModuleSession(const ModuleServices& services);
+  ~ModuleSession();
+  ModuleSession(const ModuleSession&) = delete;
+  ModuleSession& operator=(const ModuleSession&) = delete;
+
+  // Loads the module that lies beside this program (or in its library folder), points "${P}" at `dataFolder` and
+  // starts. False with a sentence in `error`.
+  bool Open(const std::string& dataFolder, std::string& error);
+  Outcome Send(const std::vector<Velmar::u8>& event);
+  // Sends, waiting while the queue is full. False for kRefused.
+  bool SendWaiting(const std::vector<Velmar::u8>& event);
+  // Stops, which stores and dumps everything, and unloads. False when something that was accepted could not be stored
+  // or the last dump failed.
+  bool Close();
+  // Observations that the module reported as lost, and dumps that failed, since Open.
+  [[nodiscard]] Velmar::u64 LostMessages() const;
+  [[nodiscard]] Velmar::u64 FailedDumps() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace Host

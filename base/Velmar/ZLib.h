@@ -6,7 +6,7 @@
 
 namespace Velmar {
 
-enum class CompressionLevel : i32 { kDefault = -1, kNone = 0, kFastest = 1, kBest = 9 };
+enum class CompressionLevel : i32 { kDefault = -1, kStore = 0, kFastest = 1, kBest = 9 };
 
 class RYL_API ZLib {
  public:

@@ -16,11 +16,13 @@ inline constexpr u32 kPercent = 0x80000000;       // growth is a percentage
 }  // namespace ArrayFlags
 
 // Copies an element; false when there is no memory for it, with `to` in a state that can be assigned again. Types whose
-// copy can fail have a member `bool CopyFrom(const T&)`.
+// copy can fail have a member `bool CopyFrom(const T&)`, or `bool Set(const T*)` as String has.
 template <class T>
 bool CopyElement(T& to, const T& from) {
   if constexpr (requires { to.CopyFrom(from); }) {
     return to.CopyFrom(from);
+  } else if constexpr (requires { to.Set(&from); }) {
+    return to.Set(&from);
   } else {
     to = from;
     return true;
@@ -43,7 +45,8 @@ class CommonArraySpecifications {
   CommonArraySpecifications(const CommonArraySpecifications&) = delete;
   CommonArraySpecifications& operator=(const CommonArraySpecifications&) = delete;
 
-  // Copies element `index` out. False at or past count (level 3), `out` untouched; false when the copy finds no memory.
+  // Copies element `index` out. False at or past count (level 3), `out` untouched; false when the copy finds no memory
+  // (level 5).
   bool Get(u32 index, T& out) const;
   // Removes the last element. False on an empty array; an array without data is logged at level 5.
   bool PopBack();
@@ -56,3 +59,5 @@ class CommonArraySpecifications {
 };
 
 }  // namespace Velmar::Collections
+
+#include "Velmar/Collections/CommonArraySpecifications.ipp"

@@ -53,10 +53,11 @@ bool Array<T>::ReadElements(StreamBuffer& in) {
     return false;
   }
   count = 0;
-  if (!PrepareFor(stored, stored <= in.Remaining() / T::kMinimumElementSize)) {
+  const bool inStream = stored <= in.Remaining() / T::kMinimumElementSize;
+  if (!PrepareFor(stored, inStream)) {
     return false;
   }
-  if (stored > in.Remaining() / T::kMinimumElementSize) {
+  if (!inStream) {
     RYL_LOG(velmar, ArrayElementsMissing, stored, in.Remaining());
     return false;
   }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -23,8 +24,15 @@ class Function<Result(Arguments...)> {
  public:
   Function() = default;
 
-  template <class Callable, class = std::enable_if_t<!std::is_same_v<std::decay_t<Callable>, Function>>>
+  // A null pointer to a function gives an empty Function.
+  template <class Callable, class = std::enable_if_t<!std::is_same_v<std::decay_t<Callable>, Function> &&
+                                                     std::is_invocable_r_v<Result, Callable&, Arguments...>>>
   Function(Callable callable) {  // NOLINT(google-explicit-constructor): any fitting callable converts
+    if constexpr (std::is_pointer_v<Callable> || std::is_member_pointer_v<Callable>) {
+      if (callable == nullptr) {
+        return;
+      }
+    }
     Assign(std::move(callable));
   }
 
@@ -85,7 +93,11 @@ class Function<Result(Arguments...)> {
   template <class Callable>
   struct Instance {
     static Result Call(void* object, Arguments&&... arguments) {
-      return (*static_cast<Callable*>(object))(std::forward<Arguments>(arguments)...);
+      if constexpr (std::is_void_v<Result>) {
+        std::invoke(*static_cast<Callable*>(object), std::forward<Arguments>(arguments)...);
+      } else {
+        return std::invoke(*static_cast<Callable*>(object), std::forward<Arguments>(arguments)...);
+      }
     }
     static bool Copy(const Function& from, Function& to) {
       return to.Assign(Callable(*static_cast<const Callable*>(from.object_)));
@@ -114,6 +126,7 @@ class Function<Result(Arguments...)> {
     if constexpr (kFitsInline<Stored>) {
       object_ = ::new (static_cast<void*>(area_)) Stored(std::forward<Callable>(callable));
     } else {
+      static_assert(alignof(Stored) <= alignof(std::max_align_t), "module memory is aligned for ordinary objects only");
       object_ = Collections::New<Stored>(std::forward<Callable>(callable));
     }
     if (object_ == nullptr) {

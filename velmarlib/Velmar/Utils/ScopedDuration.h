@@ -1,6 +1,7 @@
 // ScopedDuration: times a scope and reports it in a fitting unit.
 //
-//   ScopedDuration timer([&](double value, const char* unit) { RYL_LOG(netdb_storage, FileSynced, name, value, unit);
+//   ScopedDuration timer([&](double value, const char* unit) {
+//     RYL_LOG(netdb_storage, FileSynced, name, value, unit);
 //   });
 #pragma once
 
@@ -22,7 +23,9 @@ class ScopedDuration {
  public:
   explicit ScopedDuration(Report report) : report_(std::move(report)), start_(MonotonicMicroseconds()) {}
   ~ScopedDuration() {
-    auto value = static_cast<double>(MonotonicMicroseconds() - start_);
+    const u64 now = MonotonicMicroseconds();
+    // The system time, where it stands in for the counter, may have been set back.
+    double value = now > start_ ? static_cast<double>(now - start_) : 0;
     const char* unit = ScaleDuration(value);
     report_(value, unit);
   }

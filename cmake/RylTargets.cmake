@@ -13,11 +13,13 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
 find_package(Threads REQUIRED)
 
-# Warnings are errors. No path of the build machine reaches a binary.
+# Warnings are errors. No path of the build machine reaches a binary, and a compiler cache that shortens the paths changes
+# nothing in it.
+file(RELATIVE_PATH RYL_ROOT_FROM_BUILD ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR})
 add_library(ryl_options INTERFACE)
 target_compile_options(ryl_options INTERFACE
   -Wall -Wextra -Wconversion -Wshadow -Werror
-  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -fmacro-prefix-map=${RYL_ROOT_FROM_BUILD}/=)
 if(RYL_SANITIZE)
   target_compile_options(ryl_options INTERFACE
     -fsanitize=${RYL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -1,0 +1,158 @@
+// The smallest useful host of the module: loads it, feeds one connection, and reads it back. docs/embedding.md explains
+// it.
+//
+// usage: minimal_host MODULE DATA_FOLDER
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "RYL/Comm/INetDBQuery.h"
+#include "RYL/Events/Records.h"
+#include "RYL/Module/EventLookup.h"
+#include "RYL/Module/FileHashService.h"
+#include "RYL/Module/Interface.h"
+#include "Velmar/OS/FileSystem.h"
+#include "Velmar/OS/Network.h"
+#include "Velmar/OS/Path.h"
+#include "Velmar/OS/Threading.h"
+#include "Velmar/OS/Time.h"
+
+namespace {
+
+using RYL::u32;
+using RYL::u64;
+using RYL::u8;
+namespace Layout = RYL::Events::ConnectionEvent;
+
+constexpr u64 kExamplePuid = 0x1234;
+
+// Service 23: the module asks who a process identifier is.
+class Processes final : public RYL::Module::EventLookup {
+ public:
+  bool GetEventById(u64 processPuid, RYL::Events::GenericEventHolder* holder) override {
+    if (processPuid != kExamplePuid) {
+      return false;
+    }
+    namespace Process = RYL::Events::ProcessEvent;
+    const char path[] = "/usr/bin/example";
+    const u32 pid = 4321;
+    u8 record[Process::kProcessPath + sizeof(path)] = {};
+    std::memcpy(record + Process::kProcessPuid, &processPuid, sizeof(processPuid));
+    std::memcpy(record + Process::kProcessPid, &pid, sizeof(pid));
+    std::memcpy(record + Process::kProcessPath, path, sizeof(path));
+    return holder->Set(record, sizeof(record));
+  }
+};
+
+// What the module asks of its host. A host without file digests leaves service 1000 out.
+class ExampleHost final : public RYL::Module::ModuleHost {
+ public:
+  void* GetInterface(u32 number) override {
+    return number == RYL::Module::kEventLookupServiceNumber ? static_cast<RYL::Module::EventLookup*>(&processes_)
+                                                            : nullptr;
+  }
+  RYL::Events::EventSender* GetEventSender() override { return nullptr; }
+  void* CreateThread(u32 /*moduleNumber*/, void (*entry)(void*), void* context, const char* label) override {
+    return Velmar::OS::Threading::StartThread(entry, context, label);
+  }
+
+ private:
+  Processes processes_;
+};
+
+// A policy that holds nothing: every setting has its default.
+class DefaultSettings final : public RYL::Module::SettingsSource {
+ public:
+  bool GetUInt64(u32 /*key*/, u64* out, u64 defaultValue, u32 /*reserved*/) override {
+    *out = defaultValue;
+    return true;
+  }
+  bool GetBool(u32 /*key*/, bool* out, bool defaultValue, u32 /*reserved*/) override {
+    *out = defaultValue;
+    return true;
+  }
+};
+
+template <class T>
+void Put(u8* record, u32 offset, T value) {
+  std::memcpy(record + offset, &value, sizeof(value));
+}
+
+// Packs one event about 192.0.2.7, port 443, over TCP, and hands it to the module.
+bool SendEvent(RYL::Module::Interface* module, u32 type, u32 bytesIn) {
+  const u8 remote[4] = {192, 0, 2, 7};
+  const char protocol[] = "tcp";
+  constexpr u32 kAddressAt = Layout::kFixedSize;
+  constexpr u32 kProtocolAt = kAddressAt + RYL::Events::AddressBlock::kSizeIPv4;
+
+  u8 record[kProtocolAt + sizeof(protocol)] = {};
+  Put<u32>(record, Layout::kHeader, type);
+  Put<u64>(record, Layout::kEventTimeMs, Velmar::OS::Time::GetEpochTime(nullptr));
+  Put<u64>(record, Layout::kProcessPuid, kExamplePuid);
+  Put<RYL::u16>(record, Layout::kPort, 443);
+  Put<u8>(record, Layout::kDirectionCode, 1);
+  Put<RYL::u16>(record, Layout::kAddressOffset, kAddressAt);
+  Put<RYL::u16>(record, Layout::kProtocolOffset, kProtocolAt);
+  Put<u32>(record, Layout::kBytesIn, bytesIn);
+  std::memcpy(record + kAddressAt + RYL::Events::AddressBlock::kAddress, remote, sizeof(remote));
+  std::memcpy(record + kProtocolAt, protocol, sizeof(protocol));
+  return module->HandleEvent(record, nullptr);
+}
+
+// One run of the module: start, two events, stop. Stop stores and dumps everything that was accepted.
+bool RecordOneConnection(RYL::Module::Interface* module, RYL::Module::ModuleHost* host) {
+  DefaultSettings settings;
+  if (!module->Initialize(host, &settings) || !module->Start()) {
+    return false;
+  }
+  const bool sent = SendEvent(module, RYL::Events::kNewConnection, 0) && SendEvent(module, RYL::Events::kTraffic, 1500);
+  return module->Stop() && sent;
+}
+
+// Called for each stored row, on the caller's thread.
+bool PrintRow(const RYL::Comm::Interfaces::INetDBQuery::Record& row, void* /*context*/) {
+  u32 raw = 0;
+  char address[16];
+  std::memcpy(&raw, row.address, sizeof(raw));
+  Velmar::OS::Network::ConvertIPv4BinaryToString(raw, address, sizeof(address));
+  std::printf("%s port %u: %u connections, %llu bytes in, by %s\n", address, row.port, row.conns_total,
+              static_cast<unsigned long long>(row.bytes_in), row.proc_fpath);
+  return true;
+}
+
+bool PrintHistory(RYL::Module::Interface* module) {
+  auto* query = static_cast<RYL::Comm::Interfaces::INetDBQuery*>(
+      module->QueryInterface(RYL::Comm::Interfaces::kNetDBQueryInterface));
+  return query != nullptr && query->Iterate(&PrintRow, nullptr, 0, ~u64{0});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: minimal_host MODULE DATA_FOLDER\n");
+    return 2;
+  }
+  // "${P}" is where the module keeps its folder "netdb".
+  if (!Velmar::OS::FileSystem::CreateDirectory(argv[2]) || !Velmar::OS::Path::SetVariable("P", argv[2])) {
+    return 1;
+  }
+  void* library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) {
+    std::fprintf(stderr, "%s\n", dlerror());
+    return 1;
+  }
+  const auto init = reinterpret_cast<RYL::Module::InitFunction>(dlsym(library, "Init"));
+  const auto uninit = reinterpret_cast<RYL::Module::UninitFunction>(dlsym(library, "Uninit"));
+  ExampleHost host;
+  RYL::Module::Interface* module = init != nullptr && uninit != nullptr ? init(nullptr) : nullptr;
+  if (module == nullptr) {
+    return 1;
+  }
+  const bool done = RecordOneConnection(module, &host) && PrintHistory(module);
+  delete module;
+  uninit();
+  dlclose(library);
+  return done ? 0 : 1;
+}

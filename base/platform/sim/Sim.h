@@ -18,29 +18,42 @@
 namespace Velmar::Sim {
 
 // All functions are thread-safe. Each test process starts with an empty file system that holds "/", the clock at
-// 1700000000000 ms, and no faults.
+// 1700000000000 ms, no faults, and no interface addresses.
 
+// Back to that, with all counts at 0 and files that are open gone. Threads that wait go on waiting.
 RYL_API void Reset();
 
 // --- Time. Nothing moves it but these calls, and Sleep, which adds its own length. ---
+// Sets the wall clock alone: no waiter is woken, and the performance counter (microseconds, from 0) stays.
 RYL_API void SetEpochTime(u64 milliseconds);
-// Moves the clock and wakes every Event::Wait whose time-out has come, in order of their due times.
+// Moves both clocks and wakes every Event::Wait whose time-out has come, in order of their due times. Who is woken,
+// here or by a signal, counts as waiting no more when the call returns, although its thread may not have run yet; so
+// AdvanceTime and then WaitUntilWaiting lets a loop do its whole turn.
 RYL_API void AdvanceTime(u64 milliseconds);
-// Real-time block until `count` threads stand in Event::Wait with nothing signalled: the system is idle until a signal
-// or the clock. Gives up after 30 real seconds with false.
+// Real-time block until at least `count` threads stand in Event::Wait with nothing signalled: the system is idle until
+// a signal or the clock. Gives up after 30 real seconds with false.
 RYL_API bool WaitUntilWaiting(u32 count);
 // Lengths of all Sleep calls so far, in order.
 RYL_API std::vector<u32> Sleeps();
 RYL_API void FailPerformanceFrequency(bool fail);
 
 // --- Files. ---
+// The model. A file has a content that programs see and a durable one; a sync (File::Close does one for a file opened
+// by Create) makes the first the second. A folder's entries likewise: creation, deletion and renaming of a file are
+// seen at once, and durable when a sync of the folder comes behind them (MoveFile does one); a sync of the file itself
+// does not make its name durable. Folders are durable as soon as they are made. There are no links.
 enum class Fault {
-  kFail,      // the operation reports failure and does nothing
-  kTear,      // a write transfers a part and fails; a sync makes a part durable and fails; others as kFail
-  kDrop,      // the operation reports success and does nothing
+  kFail,      // the operation reports failure and does nothing (a kClose gives the handle up all the same)
+  kTear,      // a write transfers its first half and fails; a sync makes the first half of the changes durable and
+              // fails; others as kFail
+  kDrop,      // the operation reports success and does nothing: a write or read moves the position, an opening gives an
+              // empty file without a name, a question whether something exists is answered with yes, a size is 0
   kKill,      // the process dies before the operation: it and all later ones fail, what the system has stays
   kPowerCut,  // the machine dies before the operation: as kKill, and Reboot applies the loss
 };
+// What counts as an operation: one call of the matching method, but Close of a file opened by Create is a kSync and a
+// kClose, and MoveFile is a kMove and, when that worked, a kSyncFolder for each folder it touched. Reads and writes of
+// no bytes, calls on what is not open, and calls between a kill and Reboot do not count.
 enum class Operation {
   kCreate,
   kOpenRead,
@@ -58,7 +71,8 @@ enum class Operation {
   kSize
 };
 
-// The operation number `n` from now (0 is the next) gets the fault; `count` operations in a row do.
+// The operation number `n` from now (0 is the next) gets the fault; `count` operations in a row do. Plans add up; where
+// two meet, the older one holds.
 RYL_API void FailFileOperation(u64 n, Fault fault, u64 count = 1);
 // The same, counting operations of one kind only.
 RYL_API void FailFileOperation(Operation kind, u64 n, Fault fault, u64 count = 1);
@@ -69,12 +83,16 @@ RYL_API u64 CountFileOperations(Operation kind);
 // Bytes of the whole disk; a write past it fails after what fits. 0: no limit.
 RYL_API void SetDiskLimit(u64 bytes);
 
+// The machine dies now, as by kPowerCut.
+RYL_API void CutPower();
 // After kKill or kPowerCut: handles are gone, files work again. After a power cut `seed` decides, for each file with
-// unsynced data, how much of it stays, and how many of the unsynced renames, creations and deletions of each folder
-// stay (always a prefix of them).
+// unsynced data, how much of it stays (nothing, all, a prefix of the writes with the last cut short, or that and zeroes
+// up to the length that the file had), and how many of the unsynced renames, creations and deletions of each folder
+// stay (always a prefix of them; a rename from one folder to another stays whole or not at all).
 RYL_API void Reboot(u64 seed);
 
-// Direct access for tests, without faults or counting. Parents are made.
+// Direct access for tests, without faults or counting. What is put or removed is so durably, with all that happened in
+// its folder before. Parents are made.
 RYL_API void PutFile(const std::string& path, const std::string& content);
 RYL_API bool GetFile(const std::string& path, std::string& content);
 RYL_API bool RemoveFile(const std::string& path);
@@ -88,9 +106,10 @@ RYL_API void SetInterfaceAddresses(const std::vector<std::string>& ipv4, const s
 RYL_API void FailAllocation(u64 n, u64 count = 1);
 RYL_API u64 CountAllocations();
 
-// --- Threads: the next `count` StartThread calls, MutexCreate calls, Event creations fail. ---
+// --- Threads: the next `count` StartThread, MutexCreate, Event constructor or Event::Signal calls fail. ---
 RYL_API void FailThreadStart(u32 count);
 RYL_API void FailMutexCreate(u32 count);
+RYL_API void FailEventCreate(u32 count);
 RYL_API void FailEventSignal(u32 count);
 
 }  // namespace Velmar::Sim

@@ -24,7 +24,8 @@ as_root() {
 }
 
 apt() {
-  as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=600 -o Acquire::Retries=3 "$@" < /dev/null
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=600 -o Dpkg::Use-Pty=0 \
+    -o Acquire::Retries=3 "$@" < /dev/null
 }
 
 mapfile -t missing < <(missing_packages)

@@ -81,12 +81,12 @@ TEST(DateTime, AgreesWithADayByDayCountOverEightHundredYears) {
 }
 
 TEST(DateTime, LastYearsThatFitAreGood) {
-  EXPECT_EQ(TextOf(67768036191676799), "2147483647-12-31 23:59:59");
-  EXPECT_EQ(TextOf(-67768040609740800), "-2147483648-01-01 00:00:00");
+  EXPECT_EQ(TextOf(67767976233532799), "2147483647-12-31 23:59:59");
+  EXPECT_EQ(TextOf(-67768100567971200), "-2147483648-01-01 00:00:00");
 }
 
 TEST(DateTime, YearThatDoesNotFitFailsAndChangesNothing) {
-  for (const i64 seconds : {i64{67768036191676800}, i64{-67768040609740801}, std::numeric_limits<i64>::max(),
+  for (const i64 seconds : {i64{67767976233532800}, i64{-67768100567971201}, std::numeric_limits<i64>::max(),
                             std::numeric_limits<i64>::min()}) {
     DateTime time;
     ASSERT_TRUE(time.SetDateTime(0));

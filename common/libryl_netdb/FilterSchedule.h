@@ -1,0 +1,86 @@
+// FilterSchedule: decides when the next filter job starts.
+#pragma once
+
+#include <atomic>
+#include <random>
+
+#include "RYL/Module/ModuleHost.h"
+#include "Velmar/Types.h"
+#include "Velmar/Utils/String.h"
+
+namespace RYL::Module {
+
+// Values of the status byte that the schedule and its job share.
+namespace FilterState {
+inline constexpr u8 kLaunched = 0;  // set before the thread is created
+inline constexpr u8 kRunning = 1;   // set by the job on entry
+inline constexpr u8 kDone = 2;      // set by the job
+inline constexpr u8 kFailed = 3;    // set by the job, or when it got no thread
+inline constexpr u8 kIdle = 4;
+}  // namespace FilterState
+
+// What a job gets. Lives as long as the schedule, which joins the job before it changes or ends.
+struct FilterJobContext {
+  Velmar::Utils::String* file;
+  std::atomic<u8>* status;
+};
+
+// The two steps that the schedule runs but does not know.
+struct FilterJobSteps {
+  // Puts the next file to filter into `path`. False on a failure. Null: there is never one.
+  bool (*findFile)(const char* folder, Velmar::Utils::String& path, bool& found) = nullptr;
+  // Entry of the job's thread; its context is a FilterJobContext. It sets the status to kRunning, and at its end to
+  // kDone or kFailed.
+  void (*job)(void* context) = nullptr;
+};
+
+// A good job is followed by a pause of 6 to 8 hours; a failed one by a back-off that doubles from 30 minutes to a day,
+// plus up to 30 minutes. At most one job runs at a time. Lifetime: host and folder outlive it; the destructor waits for
+// a job that runs. Threads: owner thread only; the status byte is shared with the job.
+class FilterSchedule {
+ public:
+  static constexpr u64 kSuccessPauseMs = 21600000;
+  static constexpr u64 kSuccessJitterMs = 7200000;
+  static constexpr u64 kFirstBackoffMs = 1800000;
+  static constexpr u64 kMaxBackoffMs = 86400000;
+  static constexpr u64 kFailureJitterMs = 1800000;
+
+  FilterSchedule(ModuleHost* moduleHost, const char* databaseFolder, const FilterJobSteps& jobSteps, u32 seed);
+  ~FilterSchedule();
+  FilterSchedule(const FilterSchedule&) = delete;
+  FilterSchedule& operator=(const FilterSchedule&) = delete;
+
+  // The first job is due now, or up to two hours later with `jitter`.
+  void Begin(bool jitter);
+  // One step of the state machine; `now` in epoch milliseconds.
+  void Advance(u64 now, bool cloudQueryEnabled);
+  // No job is under way, and the result of the last one is taken in.
+  [[nodiscard]] bool IsIdle() const { return filter_state.load() == FilterState::kIdle; }
+  // Joins a job that was started; level 3 when there is one.
+  void WaitForJob();
+
+ private:
+  friend struct FilterScheduleTestAccess;
+
+  void TakeSuccess();
+  void TakeFailure();
+  void StartWhenDue(u64 now, bool cloudQueryEnabled);
+  bool FindFile(bool& found);
+  void StartJob();
+
+  ModuleHost* host;
+  const char* folder;
+  FilterJobSteps steps;
+  std::atomic<u8> filter_state{FilterState::kIdle};
+  void* filter_thread = nullptr;
+  u64 next_filter_time = 0;
+  u64 filter_backoff = kFirstBackoffMs;
+  char fileArea[256];
+  Velmar::Utils::String filter_file;
+  FilterJobContext context{&filter_file, &filter_state};
+  std::mt19937 engine;
+  std::uniform_int_distribution<u64> success_jitter{0, kSuccessJitterMs};
+  std::uniform_int_distribution<u64> failure_jitter{0, kFailureJitterMs};
+};
+
+}  // namespace RYL::Module

@@ -1,0 +1,82 @@
+// NetDBManager: the module object that the host drives.
+#pragma once
+
+#include <atomic>
+
+#include "RYL/Comm/INetDBQuery.h"
+#include "RYL/Module/EventLookup.h"
+#include "RYL/Module/FileHashService.h"
+#include "RYL/Module/Interface.h"
+#include "Velmar/Collections/ModuleMemory.h"
+#include "Velmar/OS/Threading.h"
+#include "Velmar/Utils/String.h"
+#include "common/libryl_netdb/Backlog.h"
+#include "common/libryl_netdb/EventReader.h"
+#include "common/libryl_netdb/EventTypes.h"
+#include "common/libryl_netdb/IntakeGate.h"
+#include "common/libryl_netdb/ProtocolTable.h"
+#include "common/libryl_netdb/Settings.h"
+
+namespace RYL::Module {
+
+// Turns connection events into rows of day files under "${P}/netdb", on one worker thread.
+//
+// Lifetime and threads: those of Interface. Iterate from any thread after Initialize.
+// Errors: false after a log record. A failed Initialize leaves an object that is fit only for deletion.
+class NetDBManager final : public Interface, public Comm::Interfaces::INetDBQuery {
+ public:
+  NetDBManager() = default;
+  ~NetDBManager() override;
+  NetDBManager(const NetDBManager&) = delete;
+  NetDBManager& operator=(const NetDBManager&) = delete;
+
+  // The object lies on the module's memory (Exports.cpp).
+  static void operator delete(void* memory) { Velmar::Collections::ModuleFree(memory); }
+
+  bool HandleEvent(const void* event, Events::ExternalData* external) override;
+  bool Start() override;
+  bool Operation4() override { return true; }
+  bool Operation5() override { return true; }
+  bool Stop() override;
+  void ApplySettings(SettingsSource* source) override;
+  bool Operation8() override { return true; }
+  void GetSubscribedEvents(SubscribedEvents& out) override;
+  void* QueryInterface(i32 id) override;
+  bool Initialize(ModuleHost* moduleHost, SettingsSource* source) override;
+  u32 Operation16() override { return 0; }
+
+  bool Iterate(bool (*callback)(const Record& record, void* context), void* context, u64 from, u64 to) override;
+
+ private:
+  friend struct NetDBManagerTestAccess;
+
+  // True when all eight values of the policy were taken. After a false the values before the bad one are in force.
+  bool ReadSettings(SettingsSource* source);
+  bool CreateDatabaseFolder();
+  bool CreateProtocolTable();
+
+  // A failure turns netdb_enabled off, unless the worker runs already.
+  bool StartWorker();
+  bool CreateWorker();
+  // Returns when all that intake accepted is stored. Turns netdb_enabled off.
+  void StopWorker();
+  void ForgetHost();
+  static void WorkerThread(void* context);
+
+  // The record of a connection, whose type is known to be one.
+  bool HandleConnection(const EventReader& reader, EventKind kind);
+  bool Enqueue(const NetDB::BacklogMessage& message, u32 type);
+
+  ModuleHost* host = nullptr;
+  EventLookup* event_lookup = nullptr;
+  FileHashService* file_hash_service = nullptr;
+  Settings settings;
+  std::atomic<NetDB::Backlog*> backlog{nullptr};
+  Velmar::Utils::String db_path;
+  NetDB::ProtocolTable protocol_table;
+  void* worker_thread = nullptr;
+  std::atomic<Velmar::OS::Event*> wake_event{nullptr};
+  IntakeGate gate;
+};
+
+}  // namespace RYL::Module

@@ -488,7 +488,7 @@ TEST(ArrayInsertAt, MovesObjectsOneByOne) {
   for (const char* name : {"d", "b", "c", "a"}) {
     ASSERT_TRUE(array.InsertAt(array.count / 2, NamedRow(name)));
   }
-  EXPECT_EQ(Names(array), (Strings{"b", "c", "a", "d"}));
+  EXPECT_EQ(Names(array), (Strings{"b", "a", "c", "d"}));
 }
 
 TEST(ArrayInsertAt, IndexPastCountIsRefused) {

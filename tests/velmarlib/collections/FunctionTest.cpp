@@ -46,7 +46,7 @@ static_assert(!std::is_constructible_v<Adder, void (*)(const char*)>, "only what
 static_assert(std::is_nothrow_move_assignable_v<Adder>);
 
 TEST(Function, NewOneIsEmpty) {
-  const Adder empty;
+  const Adder empty{};
   EXPECT_FALSE(empty);
 }
 
@@ -160,7 +160,7 @@ TEST(Function, CopyWithoutMemoryLeavesItEmpty) {
 }
 
 TEST(Function, CopyOfAnEmptyOneIsEmptyAndTrue) {
-  const Adder empty;
+  const Adder empty{};
   Adder target(Small(1));
   EXPECT_TRUE(target.CopyFrom(empty));
   EXPECT_FALSE(target);

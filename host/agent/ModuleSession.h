@@ -34,7 +34,8 @@ class ModuleSession {
     kRefused,    // another failure; the log has the reason
   };
 
-  explicit ModuleSession(const ModuleServices& services);
+  // `modulePath`: another library than the one that belongs to this program.
+  explicit ModuleSession(const ModuleServices& services, std::string modulePath = {});
   ~ModuleSession();
   ModuleSession(const ModuleSession&) = delete;
   ModuleSession& operator=(const ModuleSession&) = delete;
@@ -51,6 +52,8 @@ class ModuleSession {
   // Observations that the module reported as lost, and dumps that failed, since Open.
   [[nodiscard]] Velmar::u64 LostMessages() const;
   [[nodiscard]] Velmar::u64 FailedDumps() const;
+  // What the libraries reported as errors since Open, the first few as sentences.
+  [[nodiscard]] std::vector<std::string> Errors() const;
 
  private:
   struct State;

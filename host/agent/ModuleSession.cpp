@@ -1,0 +1,164 @@
+#include "host/agent/ModuleSession.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "RYL/Module/Interface.h"
+#include "Velmar/OS/Path.h"
+#include "Velmar/OS/Threading.h"
+#include "Velmar/OS/Time.h"
+#include "host/Types.h"
+#include "host/agent/LogWatch.h"
+#include "host/agent/ModuleLoader.h"
+
+namespace Host {
+namespace {
+
+// A policy that holds nothing: every setting has its default.
+class DefaultPolicy final : public RYL::Module::SettingsSource {
+ public:
+  bool GetUInt64(u32 /*key*/, u64* out, u64 defaultValue, u32 /*reserved*/) override {
+    *out = defaultValue;
+    return true;
+  }
+  bool GetBool(u32 /*key*/, bool* out, bool defaultValue, u32 /*reserved*/) override {
+    *out = defaultValue;
+    return true;
+  }
+};
+
+// Nobody in this program takes events of the module.
+class NoReceiver final : public RYL::Events::EventSender {
+ public:
+  bool Dispatch(u32 /*kind*/, Velmar::Utils::TreeContainer* /*tree*/, u32 /*reserved1*/, u32 /*reserved2*/,
+                u32 /*reserved3*/) override {
+    return false;
+  }
+};
+
+class SessionHost final : public RYL::Module::ModuleHost {
+ public:
+  explicit SessionHost(const ModuleServices& services) : services_(services) {}
+
+  void* GetInterface(u32 number) override {
+    switch (number) {
+      case RYL::Module::kEventLookupServiceNumber:
+        return services_.eventLookup;
+      case RYL::Module::kFileHashServiceNumber:
+        return services_.fileHashes;
+      default:
+        return nullptr;
+    }
+  }
+  RYL::Events::EventSender* GetEventSender() override { return &sender_; }
+  void* CreateThread(u32 /*moduleNumber*/, void (*entry)(void*), void* context, const char* label) override {
+    return Velmar::OS::Threading::StartThread(entry, context, label);
+  }
+
+ private:
+  ModuleServices services_;
+  NoReceiver sender_;
+};
+
+constexpr u32 kFirstWaitMs = 1;
+constexpr u32 kLongestWaitMs = 64;
+
+}  // namespace
+
+struct ModuleSession::State {
+  State(const ModuleServices& services, std::string path) : modulePath(std::move(path)), host(services) {}
+
+  std::string modulePath;
+  SessionHost host;
+  DefaultPolicy policy;
+  std::unique_ptr<LogWatch> watch;
+  ModuleLoader loader;
+  u64 lostMessages = 0;
+  u64 failedDumps = 0;
+  std::vector<std::string> errors;
+};
+
+ModuleSession::ModuleSession(const ModuleServices& services, std::string modulePath)
+    : state_(std::make_unique<State>(services, std::move(modulePath))) {}
+
+ModuleSession::~ModuleSession() {
+  Close();
+}
+
+bool ModuleSession::Open(const std::string& dataFolder, std::string& error) {
+  if (state_->modulePath.empty()) {
+    state_->modulePath = FindModule(error);
+    if (state_->modulePath.empty()) {
+      return false;
+    }
+  }
+  if (!Velmar::OS::Path::SetVariable("P", dataFolder.c_str())) {
+    error = "no memory for the name of the data folder";
+    return false;
+  }
+  state_->watch = std::make_unique<LogWatch>();
+  if (!state_->loader.Load(state_->modulePath, error)) {
+    state_->watch.reset();
+    return false;
+  }
+  RYL::Module::Interface* module = state_->loader.Module();
+  if (!module->Initialize(&state_->host, &state_->policy) || !module->Start()) {
+    Close();
+    error = state_->errors.empty() ? "the module does not start" : "the module does not start: " + state_->errors[0];
+    return false;
+  }
+  return true;
+}
+
+ModuleSession::Outcome ModuleSession::Send(const std::vector<u8>& event) {
+  RYL::Module::Interface* module = state_->loader.Module();
+  if (module == nullptr) {
+    return Outcome::kRefused;
+  }
+  LogWatch::ForgetThread();
+  if (module->HandleEvent(event.data(), nullptr) || LogWatch::QueuedWithoutWakeUp()) {
+    return Outcome::kTaken;
+  }
+  return LogWatch::QueueWasFull() ? Outcome::kQueueFull : Outcome::kRefused;
+}
+
+bool ModuleSession::SendWaiting(const std::vector<u8>& event) {
+  u32 waitMs = kFirstWaitMs;
+  Outcome outcome = Send(event);
+  // A queue whose worker is gone never empties.
+  while (outcome == Outcome::kQueueFull && !state_->watch->WorkerEnded()) {
+    Velmar::OS::Time::Sleep(waitMs);
+    waitMs = std::min(2 * waitMs, kLongestWaitMs);
+    outcome = Send(event);
+  }
+  return outcome == Outcome::kTaken;
+}
+
+bool ModuleSession::Close() {
+  if (state_->loader.Module() == nullptr) {
+    return true;
+  }
+  const bool stopped = state_->loader.Module()->Stop();
+  state_->loader.Unload();
+  const LogWatch& watch = *state_->watch;
+  const bool complete = watch.LostMessages() == 0 && watch.LostDumps() == 0 && !watch.WorkerEnded();
+  state_->lostMessages = watch.LostMessages();
+  state_->failedDumps = watch.FailedDumps();
+  state_->errors = watch.Errors();
+  state_->watch.reset();
+  return stopped && complete;
+}
+
+u64 ModuleSession::LostMessages() const {
+  return state_->watch != nullptr ? state_->watch->LostMessages() : state_->lostMessages;
+}
+
+u64 ModuleSession::FailedDumps() const {
+  return state_->watch != nullptr ? state_->watch->FailedDumps() : state_->failedDumps;
+}
+
+std::vector<std::string> ModuleSession::Errors() const {
+  return state_->watch != nullptr ? state_->watch->Errors() : state_->errors;
+}
+
+}  // namespace Host

@@ -11,7 +11,10 @@
 #include "Velmar/Collections/Buffer.h"
 #include "Velmar/Collections/DB/ISearchInterface.h"
 #include "Velmar/Collections/DB/ISerializedDataBinder.h"
+#include "Velmar/Collections/DB/KeyStorage.h"
 #include "Velmar/Collections/DB/StorageNodes.h"
+#include "Velmar/Collections/DB/StoreHeader.h"
+#include "Velmar/Collections/DB/ValueStorage.h"
 #include "Velmar/OS/File.h"
 #include "Velmar/Types.h"
 #include "Velmar/Utils/DatabaseManager.h"
@@ -40,21 +43,6 @@ inline constexpr u32 kNoLoadOnInit = 0x20000;
 
 // Longest accepted path of a store file, in bytes.
 inline constexpr u32 kMaxStorePath = 190;
-
-// The header of a store file as it lies in the file, all little-endian u32.
-struct StoreHeader {
-  u32 Magic;
-  u32 FormatVersion;
-  u32 DataVersion;
-  u32 EntryCount;
-  u32 FileFlags;
-  u32 KeyEntrySize;
-  u32 IndexPosition;
-  u32 BinderHeaderSize;
-  u32 BinderHeaderCrc;
-  u32 HeaderCrc;
-};
-static_assert(sizeof(StoreHeader) == 40);
 
 // Purpose: entries in age order, a pool of values, an index that finds an entry by key. A full store gives a new key
 // the place of the oldest entry. Lifetime: Init makes it usable (and loads the file), Uninit or the destructor ends
@@ -104,7 +92,8 @@ class MapDB {
   // Room for `wanted` entries, or one growth step for kNone. `force` cuts the target to the maximum.
   bool Reserve(u32 wanted, bool force);
 
-  // Stored form of the whole store, Stream being OS::File or Utils::DatabaseManager.
+  // Stored form of the whole store, Stream being OS::File or Utils::DatabaseManager, at its start. Neither takes the
+  // lock. A failed read leaves the whole entries that it had read.
   template <class Stream>
   bool WriteStoreFile(Stream& stream);
   template <class Stream>
@@ -116,6 +105,77 @@ class MapDB {
 
  private:
   friend struct MapDBTestAccess;
+
+  using Keys = KeyStorage<K>;
+  using Values = ValueStorage<V>;
+
+  class Operation;
+  struct SaveBuffers;
+  struct LoadBuffers;
+  struct BinderBlob;
+  enum class EntryOutcome { kWritten, kRefused, kFailed };
+
+  // Init.
+  bool CheckInit(u32 initialCapacity, u32 maximum, u32 growthStep, u32 storeFlags, ISerializedDataBinder* dataBinder,
+                 i32 reservedNonZero) const;
+  bool SetPath(const char* storePath);
+  bool CreateIndex(u32 initialCapacity, u32 maximum, u32 storeFlags, const void* searchContext);
+  bool CreatePools(u32 initialCapacity);
+  bool CreateMutex(u32 storeFlags);
+
+  // Entries.
+  V& ValueAt(u32 location) { return *reinterpret_cast<V*>(values + entries[location].valueOffset); }
+  bool ApplyUnderLock(Key key, bool createIfMissing, const Callback& callback, void* context);
+  u32 InsertKey(Key key);
+  bool PrepareValue(u32 location, bool isNew);
+  bool EnsureFreeEntry();
+  void AppendFreeEntry();
+  void TakeBackTail();
+  void Unlink(u32 location);
+  void PushFree(u32 location);
+  void MoveToTail(u32 location);
+
+  // Pools.
+  bool GrowBy(u32 wanted, bool force);
+  bool GrowTo(u64 target, bool force);
+  bool ReallocatePools(u32 newCapacity);
+  static bool AllocatePools(u32 number, Node*& newEntries, u8*& newValues);
+  void MoveValues(u8* newValues);
+  void FreePools();
+  static void LinkFree(Node* nodes, u32 first, u32 end);
+  void JoinFree(u32 first);
+  void ReleaseMutex(u32 timesHeld);
+
+  // Saving.
+  bool SaveUnderLock();
+  bool SaveByManager();
+  bool WriteByManager();
+  bool ReplaceFile();
+  static bool AbandonTemporary(const char* temporaryPath);
+  bool PrepareHeader(StoreHeader& header, BinderBlob& blob);
+  template <class Stream>
+  bool WriteBlob(Stream& stream, StoreHeader& header, const BinderBlob& blob);
+  template <class Stream>
+  bool WriteEntries(Stream& stream, StoreHeader& header, SaveBuffers& buffers);
+  template <class Stream>
+  EntryOutcome WriteEntry(Stream& stream, u32 location, u32 fileFlags, SaveBuffers& buffers);
+
+  // Loading.
+  bool LoadUnderLock(bool clearOnFailure);
+  bool ReadFromDisk();
+  bool ReadByManager();
+  bool IsFileWanted(const StoreHeader& header) const;
+  template <class Stream>
+  bool ReadBlob(Stream& stream, const StoreHeader& header);
+  template <class Stream>
+  bool ReserveForFile(Stream& stream, const StoreHeader& header);
+  template <class Stream>
+  bool ReadEntries(Stream& stream, const StoreHeader& header, LoadBuffers& buffers);
+  template <class Stream>
+  bool ReadNextPage(Stream& stream, const StoreHeader& header, LoadBuffers& buffers);
+  bool ReadEntry(const StoreHeader& header, LoadBuffers& buffers);
+  bool FillEntry(const StoreHeader& header, LoadBuffers& buffers);
+  bool ReadValue(LoadBuffers& buffers, u32& valueSize);
 
   Base::ISearchInterface<K, Node>* search = nullptr;
   Node* entries = nullptr;

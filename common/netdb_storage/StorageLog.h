@@ -10,3 +10,12 @@ using namespace Velmar;
 #include "common/netdb_storage/Messages.def"
 #undef MESSAGE
 }  // namespace RYL::Messages::netdb_storage
+
+namespace RYL::NetDB {
+
+// Whether durations are worth their clock reads.
+inline bool IsLogged() {
+  return Velmar::Log::fnLogCallback != nullptr;
+}
+
+}  // namespace RYL::NetDB

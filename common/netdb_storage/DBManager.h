@@ -1,0 +1,79 @@
+// DBManager: the database of one day: a process table, an address table and their file.
+#pragma once
+
+#include "Velmar/Collections/DB/MapDB.h"
+#include "Velmar/Utils/Function.h"
+#include "Velmar/Utils/String.h"
+#include "common/netdb_storage/BacklogMessage.h"
+#include "common/netdb_storage/IPDB.h"
+#include "common/netdb_storage/NetDBCryptor.h"
+#include "common/netdb_storage/ProcessesDB.h"
+#include "common/netdb_storage/QueryConstraints.h"
+
+namespace RYL::NetDB {
+
+// The whole day lives in memory; Flush rewrites its file. A message goes to the file of the day of its own time.
+// Lifetime: opens nothing until SelectDay or SyncWith; the destructor flushes.
+// Threads: one thread each. Several may work on one folder, even on one file, at the same time: files are replaced
+// whole. Errors: false after a log record.
+class DBManager {
+ public:
+  static constexpr u64 kSecondsPerDay = 86400;
+
+  DBManager() = default;
+  ~DBManager();
+  DBManager(const DBManager&) = delete;
+  DBManager& operator=(const DBManager&) = delete;
+
+  // The folder of the day files, which must exist. Trailing separators are cut.
+  bool SetFolder(const char* databaseFolder);
+  // Merges one observation into its day. `process` may be null. Safe to repeat after a false.
+  bool Add(const BacklogMessage& message, const Process* process);
+  // Opens the day (epoch seconds, a multiple of 86400), dumping the one that was open. A dump that fails costs its rows
+  // (level 3).
+  bool SelectDay(u64 day);
+  // Opens `path` as the manager's file and loads it; its name and the day inside must agree.
+  bool SyncWith(const char* path, bool readOnly);
+  // The dump: rewrites the file if memory holds what it does not. Up to 5 saves, 100 ms apart.
+  bool Flush();
+
+  // Gets each database file. False stops the walk and makes it false.
+  using FileCallback = Velmar::Utils::Function<bool(const char* path, u64 day, u64 size)>;
+  // Walks the day files of `folder` whose day lies in `from` to `to` (epoch seconds, rounded down to days), in the
+  // order of the folder. Thread-safe.
+  static bool ForEachDBFile(const char* databaseFolder, bool skipToday, FileCallback callback, u64 from, u64 to);
+
+  // Walks all rows of the folder's files that meet the constraints; rows in memory since the last dump are not seen. A
+  // file that cannot be read is passed over (level 5). False when the folder is missing, a row points at a missing
+  // process, or `sink` stopped the walk; rows given until then stay given. Thread-safe, each call with its own
+  // constraints.
+  static bool Query(const char* databaseFolder, QueryConstraints& constraints, QuerySink sink);
+
+  [[nodiscard]] u32 GetRowCount() const { return ips.GetCount(); }
+  [[nodiscard]] u64 GetDayStamp() const { return cryptor.GetDayStamp(); }
+
+ private:
+  friend struct DBManagerTestAccess;
+
+  // Path of the day's file: the filtered form if it exists, else the plain one, there or not.
+  bool MakeDayPath(u64 day, Velmar::Utils::String& path) const;
+  // `store` in its constructed state, in the memory that it had.
+  bool RenewStore();
+  bool LoadTables(const char* file);
+  // SyncWith's false: nothing may be written over a file that was refused.
+  bool RefuseFile();
+  bool Save(const char* file);
+
+  static bool QueryFile(DBManager& manager, const char* path, QueryConstraints& constraints, const QuerySink& sink);
+  bool _Query(QueryConstraints& constraints, const QuerySink& sink);
+  bool MatchProcesses(const QueryConstraints& constraints, Velmar::Collections::Array<u32>& matched) const;
+
+  ProcessesDB processes;
+  IPDB<IPv4> ips;
+  DayStore* store = nullptr;
+  NetDBCryptor cryptor;
+  Velmar::Utils::String folder;
+  bool dirty = false;
+};
+
+}  // namespace RYL::NetDB

@@ -1,0 +1,54 @@
+// IPDB: the address rows of one day, sorted.
+#pragma once
+
+#include "Velmar/Collections/Array.h"
+#include "Velmar/Utils/Function.h"
+#include "common/netdb_storage/IPRecord.h"
+#include "common/netdb_storage/ProcessesDB.h"
+
+namespace RYL::NetDB {
+
+// T is IPv4 or IPv6. Rows are unique by (address, process, port); each with a process holds one reference on it.
+// Threads: thread-compatible; `rows` has no lock. Errors: false after a log record.
+template <class T>
+class IPDB {
+ public:
+  using IPRecord = NetDB::IPRecord<T>;
+  using Filter = Velmar::Utils::Function<bool(const IPRecord&)>;
+  using Sink = Velmar::Utils::Function<bool(const IPRecord&)>;
+
+  static constexpr u32 kMaxRows = 0x40000;
+
+  IPDB() = default;
+  IPDB(const IPDB&) = delete;
+  IPDB& operator=(const IPDB&) = delete;
+
+  // Merges `record` into the row of its key, or inserts it and takes a reference on its process.
+  bool Add(const IPRecord& record, ProcessesDB& processes);
+  // Puts the table into the store under key "4" or "6".
+  bool Flush(DayStore& store);
+  // Replaces the table by the store's value, or empties it when there is none.
+  bool SyncWith(DayStore& store);
+
+  // Visits the rows whose address is in `wanted` (sorted ascending) and that pass all filters, in row order. A false of
+  // `sink` ends the walk with false.
+  bool Query(const Velmar::Collections::Array<T>& wanted, const Velmar::Collections::Array<Filter>& filters,
+             const Sink& sink) const;
+  bool Query(const Velmar::Collections::Array<Filter>& filters, const Sink& sink) const;
+
+  [[nodiscard]] u32 GetCount() const { return rows.count; }
+
+ private:
+  template <class>
+  friend struct IPDBTestAccess;
+
+  // Row of the key of `record`, or the place where it belongs.
+  u32 FindPlace(const IPRecord& record, bool& found) const;
+  bool Merge(u32 place, const IPRecord& record);
+  bool Insert(u32 place, const IPRecord& record);
+
+  Velmar::Collections::Array<IPRecord> rows;
+  bool initialised = false;
+};
+
+}  // namespace RYL::NetDB

@@ -16,8 +16,8 @@ namespace {
 using Velmar::u32;
 
 std::string VersionOf(const struct stat& status) {
-  return std::to_string(status.st_dev) + "/" + std::to_string(status.st_ino) + "/" + std::to_string(status.st_size) + "/" +
-         std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
+  return std::to_string(status.st_dev) + "/" + std::to_string(status.st_ino) + "/" + std::to_string(status.st_size) +
+         "/" + std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
 }
 
 bool HashFile(int descriptor, FileDigests& digests) {

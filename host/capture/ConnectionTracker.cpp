@@ -37,8 +37,8 @@ bool IsConnection(const TcpSocket& socket) {
 
 // What was received without the FIN, for a socket that still lives.
 u64 ReceivedData(const TcpSocket& socket) {
-  const bool hadFin = socket.state == TcpState::kCloseWait || socket.state == TcpState::kLastAck ||
-                      socket.state == TcpState::kClosing;
+  const bool hadFin =
+      socket.state == TcpState::kCloseWait || socket.state == TcpState::kLastAck || socket.state == TcpState::kClosing;
   return socket.bytesReceived - (hadFin && socket.bytesReceived > 0 ? 1 : 0);
 }
 

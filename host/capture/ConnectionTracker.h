@@ -13,13 +13,13 @@
 
 namespace Host::Capture {
 
-// A connection is announced once (type 185) when a process is known to hold it, or when it is gone; its traffic follows (type 70)
-// at most once an interval and at its end. What stood open before the first snapshot is not announced, and its first counts
-// are a baseline. A connection whose local port was listening when it was first seen is inbound.
+// A connection is announced once (type 185) when a process is known to hold it, or when it is gone; its traffic follows
+// (type 70) at most once an interval and at its end. What stood open before the first snapshot is not announced, and
+// its first counts are a baseline. A connection whose local port was listening when it was first seen is inbound.
 //
-// The kernel counts a received FIN as one byte and does not say whether there was one when a socket ended. The side that
-// closed last had one; the side that closed first leaves a waiting socket behind and had none, unless
-// a single byte is all that came since the last look. No growth since then means none either. An aborted connection may
+// The kernel counts a received FIN as one byte and does not say whether there was one when a socket ended. The side
+// that closed last had one; the side that closed first leaves a waiting socket behind and had none, unless a single
+// byte is all that came since the last look. No growth since then means none either. An aborted connection may
 // therefore come out one byte short.
 //
 // Threads: thread-compatible. Knows no clock and no system call: tests feed it with recorded moments.
@@ -35,7 +35,8 @@ class ConnectionTracker {
 
   // All sockets of the namespace at `nowMs` (epoch milliseconds).
   void Snapshot(const std::vector<TcpSocket>& sockets, Velmar::u64 nowMs);
-  // A socket that ended. Its events come with the next Snapshot, which shows whether it waits for its peer, or with Finish.
+  // A socket that ended. Its events come with the next Snapshot, which shows whether it waits for its peer, or with
+  // Finish.
   void Destroyed(const TcpSocket& socket, Velmar::u64 nowMs);
   // Sends what is still owed for all connections.
   void Finish(Velmar::u64 nowMs);
@@ -47,13 +48,13 @@ class ConnectionTracker {
   using Tuple = std::tuple<std::array<Velmar::u8, 16>, Velmar::u16, std::array<Velmar::u8, 16>, Velmar::u16>;
 
   struct Connection {
-    TcpSocket socket;            // as last seen
+    TcpSocket socket;  // as last seen
     bool inbound = false;
     bool announced = false;
-    bool baseline = false;       // stood open before the first snapshot
+    bool baseline = false;  // stood open before the first snapshot
     Velmar::u64 owner = 0;
     Velmar::u64 firstSeenMs = 0;
-    Velmar::u64 sentIn = 0;      // bytes reported so far
+    Velmar::u64 sentIn = 0;  // bytes reported so far
     Velmar::u64 sentOut = 0;
     Velmar::u64 lastTrafficMs = 0;
   };

@@ -73,7 +73,8 @@ bool TakeSocket(const nlmsghdr& header, TcpSocket& socket) {
   const auto* data = reinterpret_cast<const u8*>(&header);
   auto left = static_cast<int>(header.nlmsg_len - NLMSG_LENGTH(sizeof(inet_diag_msg)));
   const auto* attribute = reinterpret_cast<const rtattr*>(data + NLMSG_LENGTH(sizeof(inet_diag_msg)));
-  while (left >= static_cast<int>(sizeof(rtattr)) && attribute->rta_len >= sizeof(rtattr) && attribute->rta_len <= left) {
+  while (left >= static_cast<int>(sizeof(rtattr)) && attribute->rta_len >= sizeof(rtattr) &&
+         attribute->rta_len <= left) {
     if (attribute->rta_type == INET_DIAG_INFO) {
       TakeInfo(attribute, socket);
     }

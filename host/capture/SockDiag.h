@@ -23,7 +23,8 @@ class SockDiag {
   bool Dump(std::vector<TcpSocket>& sockets, std::string& error);
   // Readable when sockets were destroyed.
   [[nodiscard]] int DestroyDescriptor() const { return destroyed_; }
-  // Appends the sockets destroyed since the last call, without blocking. `lost` is set when the kernel had to drop notices.
+  // Appends the sockets destroyed since the last call, without blocking. `lost` is set when the kernel had to drop
+  // notices.
   bool ReadDestroyed(std::vector<TcpSocket>& sockets, bool& lost, std::string& error);
 
  private:
@@ -32,8 +33,8 @@ class SockDiag {
   unsigned sequence_ = 0;
 };
 
-// Appends the sockets of a run of netlink messages. `done` is set by the end mark of a dump. False when the kernel reports an
-// error (in `errorNumber`) or the bytes are not whole messages.
+// Appends the sockets of a run of netlink messages. `done` is set by the end mark of a dump. False when the kernel
+// reports an error (in `errorNumber`) or the bytes are not whole messages.
 bool ParseDiagMessages(const unsigned char* data, std::size_t size, std::vector<TcpSocket>& sockets, bool& done,
                        int& errorNumber);
 

@@ -26,7 +26,9 @@ constexpr int kStartTimeField = 22;
 
 using Folder = std::unique_ptr<DIR, int (*)(DIR*)>;
 
-Folder OpenFolder(const std::string& path) { return {opendir(path.c_str()), &closedir}; }
+Folder OpenFolder(const std::string& path) {
+  return {opendir(path.c_str()), &closedir};
+}
 
 std::string ReadLink(const std::string& path) {
   char target[4096];

@@ -10,16 +10,16 @@
 
 namespace Host::Capture {
 
-// A process is known by its id and start time, so that a reused id is another process. Its unique identifier is made of the
-// boot, the id and the start time, and is the same in every run of this program.
-// Threads: one thread; the registry is read by others.
+// A process is known by its id and start time, so that a reused id is another process. Its unique identifier is made of
+// the boot, the id and the start time, and is the same in every run of this program. Threads: one thread; the registry
+// is read by others.
 class SocketOwners {
  public:
   // Puts what it finds into `registry`, which must outlive it. `procFolder` is "/proc".
   SocketOwners(ProcessRegistry& registry, std::string procFolder);
 
-  // The identifier of the process that holds the socket, the longest-lived one when there are several; 0 when no readable
-  // process does. Scans all processes when the inode is not known yet, once a Refresh.
+  // The identifier of the process that holds the socket, the longest-lived one when there are several; 0 when no
+  // readable process does. Scans all processes when the inode is not known yet, once a Refresh.
   Velmar::u64 Find(Velmar::u32 inode);
   // Allows the next scan, and forgets processes that ended more than ten minutes ago.
   void Refresh(Velmar::u64 nowMs);

@@ -26,8 +26,8 @@ enum class TcpState : Velmar::u8 {
 struct TcpSocket {
   Velmar::u64 cookie = 0;  // the kernel's name of the socket, never reused
   TcpState state = TcpState::kClose;
-  bool ipv6 = false;                          // false also for IPv4 inside an IPv6 socket
-  std::array<Velmar::u8, 16> local{};         // first octet first; IPv4 in the first four bytes
+  bool ipv6 = false;                   // false also for IPv4 inside an IPv6 socket
+  std::array<Velmar::u8, 16> local{};  // first octet first; IPv4 in the first four bytes
   std::array<Velmar::u8, 16> remote{};
   Velmar::u16 localPort = 0;
   Velmar::u16 remotePort = 0;

@@ -3,9 +3,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <csignal>
+
 #include "SystemCallFilter.h"
 #include "Velmar/OS/Threading.h"
-#include "Velmar/OS/Time.h"
 
 namespace {
 
@@ -33,15 +34,22 @@ TEST(PosixEventDeathTest, SignalOnASignalledEventMakesNoSystemCall) {
   EXPECT_EXIT(SignalTwiceUnderFilter(), testing::ExitedWithCode(0), "");
 }
 
+[[noreturn]] void WaitForever(Event& event) {
+  for (;;) {
+    event.Wait(3600000);
+  }
+}
+
+// The filter is this thread's alone, so that the waiter may sleep. Ends when a signal meets it asleep.
 void SignalWaiterUnderFilter() {
   static Event event(false);
-  void* thread = OS::Threading::StartThread([](void*) { event.Wait(3600000); }, nullptr, "waiter");
-  OS::Time::Sleep(100);
+  void* thread = OS::Threading::StartThread([](void*) { WaitForever(event); }, nullptr, "waiter");
   if (thread == nullptr || !EndProcessOnSystemCall(SYS_futex)) {
     Leave(kNoFilter);
   }
-  event.Signal();
-  Leave(0);
+  for (;;) {
+    event.Signal();
+  }
 }
 
 // The counterpart, which shows that the filter sees a wake-up.

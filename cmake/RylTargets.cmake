@@ -50,9 +50,18 @@ function(ryl_program name)
   target_link_libraries(${name} PRIVATE ${ARG_LINKS})
 endfunction()
 
+# How test sources are optimised: most of their time goes into compiling them. Empty: as the rest.
+set(RYL_TEST_OPTIONS "")
+if(RYL_SANITIZE)
+  set(RYL_TEST_OPTIONS -O0 -g1)
+elseif(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
+  set(RYL_TEST_OPTIONS -O1 -g1)
+endif()
+
 # ryl_test(NAME SOURCES ... LINKS ...): a GoogleTest program; ctest runs each of its tests in a process of its own.
 function(ryl_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
   ryl_program(${name} SOURCES ${ARG_SOURCES} LINKS ${ARG_LINKS} GTest::gtest GTest::gmock GTest::gtest_main)
+  target_compile_options(${name} PRIVATE ${RYL_TEST_OPTIONS})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300)
 endfunction()

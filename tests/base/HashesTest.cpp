@@ -100,6 +100,11 @@ TEST(CRC32, BytesThatAreNotThereAreRefused) {
   const u32 before = hash.GetValue();
   EXPECT_FALSE(hash.Update(nullptr, 1));
   EXPECT_EQ(hash.GetValue(), before);
+  u8 area[4];
+  ASSERT_TRUE(hash.InitWithContext(area, sizeof(area)) && hash.UpdateWithContext(area, sizeof(area), "123456789", 9));
+  EXPECT_FALSE(hash.UpdateWithContext(area, sizeof(area), nullptr, 1));
+  ASSERT_TRUE(hash.FinalWithContext(area, sizeof(area)));
+  EXPECT_STREQ(hash.GetHexDigest(false), "2639f4cb");
 }
 
 class EveryHash : public testing::TestWithParam<const char*> {

@@ -31,6 +31,10 @@ void KeepText(const Log::Record& record, std::va_list arguments) {
 
 class LogTest : public testing::Test {
  protected:
+  LogTest() {
+    records.clear();
+    texts.clear();
+  }
   ~LogTest() override { Log::fnLogCallback = nullptr; }
 };
 

@@ -11,6 +11,8 @@ using Velmar::Utils::String;
 
 namespace {
 
+// Variables last as long as the process: each of these tests needs one of its own.
+
 std::string Appended(const char* path, const char* element, bool expand = false) {
   String out(path, true);
   EXPECT_TRUE(Path::Join(out, element, expand));

@@ -66,6 +66,9 @@ TEST(StringSerialize, FullBufferIsLeftAsItWas) {
   ASSERT_NE(out.PushBuffer("xyz", 3), kNone);
   EXPECT_FALSE(String("abc", true).Serialize(out, nullptr));
   EXPECT_EQ(Bytes(out), "xyz");
+  ASSERT_NE(out.PushZeroedBuffer(3), kNone);
+  EXPECT_FALSE(String().Serialize(out, nullptr));
+  EXPECT_EQ(out.size, 6U);
 }
 
 TEST(StringDeserialize, HostileLengthFailsWithoutAllocation) {
@@ -142,10 +145,12 @@ TEST(BufferSerialize, FullBufferIsLeftAsItWas) {
   Buffer original(true);
   ASSERT_TRUE(original.InitializeObject());
   ASSERT_NE(original.PushBuffer("abc", 3), kNone);
-  Buffer out(true);
-  ASSERT_TRUE(out.Create(6, 6, 1, false, GrowType::kFixedStep));
-  EXPECT_FALSE(original.Serialize(out, nullptr));
-  EXPECT_EQ(out.size, 0U);
+  for (const u32 room : {0U, 3U, 4U, 6U}) {
+    Buffer out(true);
+    ASSERT_TRUE(out.Create(room, room, 1, false, GrowType::kFixedStep));
+    EXPECT_FALSE(original.Serialize(out, nullptr));
+    EXPECT_EQ(out.size, 0U);
+  }
 }
 
 TEST(BufferDeserialize, HostileLengthFailsWithoutAllocation) {

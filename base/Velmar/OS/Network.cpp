@@ -164,8 +164,8 @@ class IPv6Parser {
       text_ += 2;
       return *text_ != ':';
     }
-    if (used_ != 0 && used_ != gap_ && *text_++ != ':') {
-      return false;
+    if (used_ != 0 && used_ != gap_) {
+      ++text_;  // the colon that AppendGroup saw
     }
     const char* const element = text_;
     u32 group = 0;

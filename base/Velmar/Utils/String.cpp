@@ -224,9 +224,10 @@ bool String::SetFormat(const char* format, ...) {
 }
 
 bool String::AddFormat(const char* format, ...) {
+  const i32 end = length;
   va_list arguments;
   va_start(arguments, format);
-  const bool done = FormatAt(length, format, arguments);
+  const bool done = FormatAt(end, format, arguments);
   va_end(arguments);
   return done;
 }

@@ -1,0 +1,140 @@
+#!/usr/bin/env bash
+# Records real TCP connections inside a private network namespace, shows the rows and checks them; then imports a sample log and
+# asks about one day of it.
+#
+# usage: demo.sh FOLDER_OF_NETDB
+# Exit code 77: this system does not allow a private network namespace.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+netdb=$(cd "$1" && pwd)/netdb
+
+readonly client_address=198.51.100.1 server_address=203.0.113.9 port=8443
+# What each connection carries, and how many each program opens.
+readonly request_bytes=1000 reply_bytes=50000 perl_connections=3 bash_connections=2
+
+say() { printf '\n\033[1m== %s\033[0m\n' "$*" | if [ -t 1 ]; then cat; else sed 's/\x1b\[[0-9]*m//g'; fi; }
+
+# Runs this script again as `inside` with a network of its own.
+enter_namespace() {
+  local -a isolate=(unshare --net)
+  [ "$(id -u)" = 0 ] || isolate=(unshare --user --map-root-user --net)
+  if ! "${isolate[@]}" true 2>/dev/null; then
+    echo "skipped: this system allows no private network namespace" >&2
+    exit 77
+  fi
+  "${isolate[@]}" bash "${BASH_SOURCE[0]}" "$1" inside "$work"
+}
+
+# Two addresses of the documentation ranges on the loopback device, so that each end sees a public address.
+make_network() {
+  ip link set lo up
+  ip address add $client_address/32 dev lo
+  ip address add $server_address/32 dev lo
+  ip route replace local $server_address dev lo src $client_address table local
+}
+
+# The connections stay open for a moment, as those of real programs do.
+perl_client() {
+  perl -MIO::Socket::INET -e '
+    my ($address, $port, $send, $receive) = @ARGV;
+    my $socket = IO::Socket::INET->new(PeerAddr => $address, PeerPort => $port) or die $!;
+    print $socket "x" x $send; $socket->flush;
+    my $got = 0;
+    while ($got < $receive) { my $n = read($socket, my $data, $receive - $got) or die; $got += $n; }
+    select(undef, undef, undef, 0.8);
+  ' $server_address $port $request_bytes $reply_bytes
+}
+
+bash_client() {
+  exec 5<>/dev/tcp/$server_address/$port
+  printf 'x%.0s' $(seq $request_bytes) >&5
+  head -c $reply_bytes <&5 >/dev/null
+  read -r -t 0.8 <&5 || true
+  exec 5>&-
+}
+
+server() {
+  exec python3 -c '
+import socket, sys, threading
+address, port, receive, send = sys.argv[1], *map(int, sys.argv[2:])
+def serve(connection):
+    got = 0
+    while got < receive:
+        got += len(connection.recv(65536))
+    connection.sendall(b"y" * send)
+    while connection.recv(65536):
+        pass
+    connection.close()
+listener = socket.create_server((address, port))
+print("listening", flush=True)
+while True:
+    threading.Thread(target=serve, args=(listener.accept()[0],), daemon=True).start()
+' $server_address $port $request_bytes $reply_bytes
+}
+
+# Waits for a line that holds $1 on standard input.
+await_line() { while IFS= read -r line; do case $line in *"$1"*) return 0 ;; esac; done; return 1; }
+
+record_live() {
+  local data=$1 listening recording pids=()
+  mkfifo "$data/recorder" "$data/server"
+  "$netdb" run --data "$data/live" 2>"$data/recorder" &
+  local recorder=$!
+  exec {recording}<"$data/recorder"
+  await_line "recording" <&"$recording"
+  server >"$data/server" &
+  local server=$!
+  exec {listening}<"$data/server"
+  await_line "listening" <&"$listening"
+
+  for ((i = 0; i < perl_connections; i++)); do perl_client & pids+=($!); done
+  for ((i = 0; i < bash_connections; i++)); do (bash_client) & pids+=($!); done
+  wait "${pids[@]}"
+  kill "$server"
+  wait "$server" 2>/dev/null || true
+  kill -INT "$recorder"
+  wait "$recorder"
+}
+
+# Compares the rows with what the programs did.
+check_rows() {
+  "$netdb" query --data "$1/live" --format jsonl | python3 -c '
+import json, os, sys
+client, server, port, request, reply, perl, bash = sys.argv[1:3] + [int(a) for a in sys.argv[3:]]
+rows = {(r["ip"], os.path.basename(r["proc_fpath"]).rstrip("0123456789.")): r for r in map(json.loads, sys.stdin)}
+def expect(address, program, inbound, outbound, received, sent):
+    r = rows.get((address, program)) or sys.exit("no row for %s and %s: %s" % (address, program, list(rows)))
+    got = [r[n] for n in ("port", "protos", "conns_total", "conns_in", "conns_out", "bytes_in", "bytes_out")]
+    want = [port, "TCP", inbound + outbound, inbound, outbound, received, sent]
+    got == want or sys.exit("%s %s: %s, expected %s" % (address, program, got, want))
+expect(server, "perl", 0, perl, perl * reply, perl * request)
+expect(server, "bash", 0, bash, bash * reply, bash * request)
+expect(client, "python", perl + bash, 0, (perl + bash) * request, (perl + bash) * reply)
+len(rows) == 3 or sys.exit("unexpected rows: %s" % list(rows))
+print("checked: 3 rows with the right process, port, direction, counts and bytes")
+' $client_address $server_address $port $request_bytes $reply_bytes $perl_connections $bash_connections
+}
+
+inside() {
+  make_network
+  record_live "$1"
+}
+
+main() {
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+
+  say "Recording live: $perl_connections connections by perl and $bash_connections by bash to a python server"
+  enter_namespace "$1"
+  say "netdb query"
+  "$netdb" query --data "$work/live"
+  check_rows "$work"
+
+  say "netdb import demo/sample-conn.log"
+  "$netdb" import --data "$work/imported" "$here/sample-conn.log"
+  say "netdb query --since 2026-03-14 --until 2026-03-14"
+  "$netdb" query --data "$work/imported" --since 2026-03-14 --until 2026-03-14
+}
+
+if [ "${2:-}" = inside ]; then inside "$3"; else main "$1"; fi

@@ -61,6 +61,10 @@ TEST_P(SimSave, LeavesOldOrNewOrTheCompleteTemporaryFile) {
   EXPECT_GT(gaps, 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Deaths, SimSave, testing::Values(Sim::Fault::kKill, Sim::Fault::kPowerCut));
+std::string NameOfDeath(const testing::TestParamInfo<Sim::Fault>& death) {
+  return death.param == Sim::Fault::kKill ? "Kill" : "PowerCut";
+}
+
+INSTANTIATE_TEST_SUITE_P(Deaths, SimSave, testing::Values(Sim::Fault::kKill, Sim::Fault::kPowerCut), NameOfDeath);
 
 }  // namespace

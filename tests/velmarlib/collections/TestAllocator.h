@@ -14,7 +14,7 @@ class TestAllocator final : public RYL::Module::ModuleAllocator {
   static constexpr std::uint64_t kNever = ~std::uint64_t{0};
 
   TestAllocator() { Velmar::Collections::SetModuleAllocator(this); }
-  ~TestAllocator() { Velmar::Collections::SetModuleAllocator(nullptr); }
+  virtual ~TestAllocator() { Velmar::Collections::SetModuleAllocator(nullptr); }
   TestAllocator(const TestAllocator&) = delete;
   TestAllocator& operator=(const TestAllocator&) = delete;
 

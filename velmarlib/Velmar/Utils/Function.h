@@ -39,7 +39,9 @@ class Function<Result(Arguments...)> {
   Function(const Function& other) { CopyFrom(other); }
   Function(Function&& other) noexcept { TakeFrom(other); }
   Function& operator=(const Function& other) {
-    CopyFrom(other);
+    if (this != &other) {
+      CopyFrom(other);
+    }
     return *this;
   }
   Function& operator=(Function&& other) noexcept {
@@ -78,6 +80,10 @@ class Function<Result(Arguments...)> {
  private:
   static constexpr std::size_t kInlineSize = 4 * sizeof(void*);
 
+  static constexpr bool FitsArea(std::size_t size, std::size_t alignment) {
+    return size <= kInlineSize && alignment <= alignof(std::max_align_t);
+  }
+
   struct Operations {
     Result (*call)(void* object, Arguments&&... arguments);
     bool (*copy)(const Function& from, Function& to);
@@ -87,8 +93,7 @@ class Function<Result(Arguments...)> {
 
   template <class Callable>
   static constexpr bool kFitsInline =
-      sizeof(Callable) <= kInlineSize &&
-      alignof(Callable) <= alignof(std::max_align_t) && std::is_nothrow_move_constructible_v<Callable>;
+      FitsArea(sizeof(Callable), alignof(Callable)) && std::is_nothrow_move_constructible_v<Callable>;
 
   template <class Callable>
   struct Instance {

@@ -5,18 +5,13 @@
 
 #include "host/Types.h"
 #include "host/events/ConnectionRecord.h"
+#include "host/text/Numbers.h"
 
 namespace Host {
 namespace {
 
 bool IsWindowsPath(const std::string& path) {
   return path.find('\\') != std::string::npos;
-}
-
-std::string Folded(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  return text;
 }
 
 template <class Map, class Key>
@@ -60,7 +55,7 @@ void RecordedHashes::Put(const std::string& path, const FileDigests& digests) {
   const std::lock_guard<std::mutex> lock(mutex_);
   byPath_[path] = digests;
   if (IsWindowsPath(path)) {
-    byFoldedPath_[Folded(path)] = digests;
+    byFoldedPath_[Text::Lowered(path)] = digests;
   }
 }
 
@@ -74,7 +69,7 @@ const FileDigests* RecordedHashes::Find(const std::string& path) const {
   if (found == nullptr) {
     found = FindIn(byPath_, path);
   }
-  return found == nullptr && IsWindowsPath(path) ? FindIn(byFoldedPath_, Folded(path)) : found;
+  return found == nullptr && IsWindowsPath(path) ? FindIn(byFoldedPath_, Text::Lowered(path)) : found;
 }
 
 bool RecordedHashes::GetFileHashes(const char* path, RYL::Module::FileHashBlock* out, u32 /*which*/) {

@@ -1,4 +1,4 @@
-#include "host/render/TimeText.h"
+#include "host/text/TimeText.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -6,7 +6,7 @@
 
 #include "Velmar/OS/DateTime.h"
 
-namespace Host::Render {
+namespace Host::Text {
 namespace {
 
 constexpr u64 kMaxU64 = std::numeric_limits<u64>::max();
@@ -203,18 +203,16 @@ std::optional<u64> ParseAge(std::string_view text) {
 }
 
 std::optional<u64> ParseDecimalNanos(std::string_view text) {
-  auto decimal = SplitDecimal(text);
+  const auto decimal = SplitDecimal(text);
   if (!decimal) {
     return std::nullopt;
   }
   i64 shift = decimal->exponent + 9;
+  // A negative shift cuts digits off the end.
+  const i64 kept = static_cast<i64>(decimal->digits.size()) + std::min<i64>(shift, 0);
   u64 value = 0;
-  for (const char digit : decimal->digits) {
-    // Digits that the shift cuts off are not taken in.
-    if (shift < 0 && static_cast<i64>(decimal->digits.size()) - (&digit - decimal->digits.data()) <= -shift) {
-      break;
-    }
-    const u64 next = static_cast<u64>(digit - '0');
+  for (i64 i = 0; i < kept; ++i) {
+    const u64 next = static_cast<u64>(decimal->digits[static_cast<std::size_t>(i)] - '0');
     if (value > (kMaxU64 - next) / 10) {
       return std::nullopt;
     }
@@ -229,4 +227,4 @@ std::optional<u64> ParseDecimalNanos(std::string_view text) {
   return value;
 }
 
-}  // namespace Host::Render
+}  // namespace Host::Text

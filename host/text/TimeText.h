@@ -7,7 +7,7 @@
 
 #include "host/Types.h"
 
-namespace Host::Render {
+namespace Host::Text {
 
 inline constexpr u64 kNanosPerSecond = 1'000'000'000;
 inline constexpr u64 kSecondsPerDay = 86'400;
@@ -29,4 +29,4 @@ std::optional<u64> ParseAge(std::string_view text);
 // Nothing for a negative one, for anything that is no number, and where 64 bits do not hold it.
 std::optional<u64> ParseDecimalNanos(std::string_view text);
 
-}  // namespace Host::Render
+}  // namespace Host::Text

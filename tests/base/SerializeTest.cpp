@@ -33,7 +33,7 @@ void PushPromise(Buffer& buffer, u32 length) {
   ASSERT_NE(buffer.PushBuffer("abc", 3), kNone);
 }
 
-constexpr u32 kHostileLengths[] = {4, 0x7FFFFFFE, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF};
+constexpr u32 kHostileLengths[] = {4, 1000, 26214400, 0x7FFFFFFE, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF};
 
 TEST(StringSerialize, WritesLengthAndBytes) {
   Buffer out(true);

@@ -57,8 +57,8 @@ TEST(String, MoveTakesTheHeapStorage) {
   EXPECT_EQ(b.text, storage);
   EXPECT_STREQ(a.text, "");
   EXPECT_EQ(a.length, 0);
-  ASSERT_TRUE(
-      a.Set("usable"));  // NOLINT(clang-analyzer-cplusplus.Move): a string that was moved from is empty and usable
+  // A string that was moved from is empty and usable.
+  ASSERT_TRUE(a.Set("usable"));  // NOLINT(clang-analyzer-cplusplus.Move)
   EXPECT_STREQ(a.text, "usable");
   String c("old", true);
   c = std::move(b);

@@ -104,7 +104,7 @@ bool String::Serialize(Collections::Buffer& out, void* /*context*/) const {
 
 bool String::Deserialize(Collections::StreamBuffer& in, void* /*context*/) {
   u32 newLength = 0;
-  if (!in.Read(newLength) || newLength > in.Remaining() || newLength > 0x7FFFFFFEU) {
+  if (!in.Read(newLength) || newLength > 0x7FFFFFFEU) {
     return false;
   }
   const u8* bytes = in.Take(newLength);

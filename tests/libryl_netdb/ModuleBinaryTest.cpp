@@ -1,0 +1,169 @@
+// The built library as a host meets it: its symbols, its texts, loading and unloading.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "RYL/Module/Interface.h"
+#include "Velmar/OS/Path.h"
+#include "platform/sim/Sim.h"
+#include "tests/support/CountingAllocator.h"
+#include "tests/support/FakeHost.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+const std::string kModules[] = {RYL_NETDB_FILE, RYL_NETDB_SIM_FILE};
+
+// Output of a command, line by line.
+std::vector<std::string> LinesOf(const std::string& command) {
+  std::vector<std::string> lines;
+  FILE* pipe = popen(command.c_str(), "r");
+  EXPECT_NE(pipe, nullptr);
+  std::string text;
+  for (int c = fgetc(pipe); c != EOF; c = fgetc(pipe)) {
+    text += static_cast<char>(c);
+  }
+  EXPECT_EQ(pclose(pipe), 0) << command;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+std::string ContentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file) << path;
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string LastWord(const std::string& line) {
+  return line.substr(line.rfind(' ') + 1);
+}
+
+TEST(ModuleBinary, ExportsInitAndUninitAndNothingElse) {
+  for (const std::string& module : kModules) {
+    std::set<std::string> names;
+    for (const std::string& line : LinesOf("nm -D --defined-only " + module)) {
+      names.insert(LastWord(line));
+    }
+    EXPECT_EQ(names, (std::set<std::string>{"Init", "Uninit"})) << module;
+  }
+}
+
+// A symbol of that kind would keep the library from being unloaded.
+TEST(ModuleBinary, HasNoProcessWideUniqueSymbol) {
+  for (const std::string& module : kModules) {
+    for (const std::string& line : LinesOf("readelf --syms --wide " + module)) {
+      EXPECT_EQ(line.find(" UNIQUE "), std::string::npos) << line;
+    }
+  }
+}
+
+// The texts of all rows of a Messages.def, their pieces joined.
+std::vector<std::string> TextsOf(const std::string& path) {
+  static const std::regex row(R"re(MESSAGE\(\s*\w+,\s*\d+,\s*\([^)]*\),\s*((?:"(?:[^"\\]|\\.)*"\s*)+)\))re");
+  static const std::regex piece(R"re("((?:[^"\\]|\\.)*)")re");
+  const std::string content = ContentOf(path);
+  std::vector<std::string> texts;
+  for (std::sregex_iterator it(content.begin(), content.end(), row), end; it != end; ++it) {
+    const std::string pieces = (*it)[1];
+    std::string text;
+    for (std::sregex_iterator part(pieces.begin(), pieces.end(), piece); part != end; ++part) {
+      text += (*part)[1];
+    }
+    texts.push_back(std::regex_replace(text, std::regex(R"(\\(.))"), "$1"));
+  }
+  return texts;
+}
+
+TEST(ModuleBinary, HoldsNoMessageText) {
+  for (const char* folder : {"base", "velmarlib", "common/netdb_storage", "common/libryl_netdb"}) {
+    const auto texts = TextsOf(std::string(RYL_SOURCE_DIR) + "/" + folder + "/Messages.def");
+    EXPECT_FALSE(texts.empty()) << folder;
+    for (const std::string& module : kModules) {
+      const std::string content = ContentOf(module);
+      for (const std::string& text : texts) {
+        EXPECT_EQ(content.find(text), std::string::npos) << module << ": " << text;
+      }
+    }
+  }
+}
+
+// Object files of an archive with the undefined symbols of each, as "object symbol".
+std::vector<std::string> UndefinedSymbols(const std::string& archive) {
+  std::vector<std::string> symbols;
+  for (const std::string& line : LinesOf("nm --print-file-name --undefined-only " + archive)) {
+    const std::size_t colon = line.rfind(':', line.find(' ', archive.size()));
+    const std::string path = line.substr(0, colon);
+    symbols.push_back(path.substr(path.rfind(':') + 1) + " " + LastWord(line));
+  }
+  return symbols;
+}
+
+// All memory goes through the one pair of functions that leads to the host's allocator.
+TEST(ModuleBinary, OnlyModuleMemoryAllocates) {
+  static const std::regex allocating(R"((_Zn[wa].*|_Zd[la].*|malloc|calloc|realloc|free|strdup))");
+  std::set<std::string> found;
+  std::size_t all = 0;
+  for (const char* archive : {RYL_VELMAR_ARCHIVE, RYL_STORAGE_ARCHIVE, RYL_NETDB_CORE_ARCHIVE}) {
+    for (const std::string& symbol : UndefinedSymbols(archive)) {
+      ++all;
+      if (std::regex_match(LastWord(symbol), allocating)) {
+        found.insert(symbol);
+      }
+    }
+  }
+  EXPECT_GT(all, 100U);
+  // The standard random device takes its name as a std::string, whose destructor the compiler puts into our object. The
+  // name is short and never on the heap.
+  found.erase("RandomSeed.cpp.o _ZdlPvm");
+  found.erase("RandomSeed.cpp.o _ZdlPv");
+  EXPECT_EQ(found, (std::set<std::string>{"ModuleMemory.cpp.o free", "ModuleMemory.cpp.o malloc"}));
+}
+
+void LoadRunAndUnload(int round) {
+  void* library = dlopen(RYL_NETDB_SIM_FILE, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(library, nullptr) << dlerror();
+  const auto init = reinterpret_cast<RYL::Module::InitFunction>(dlsym(library, "Init"));
+  const auto uninit = reinterpret_cast<RYL::Module::UninitFunction>(dlsym(library, "Uninit"));
+  ASSERT_NE(init, nullptr);
+  ASSERT_NE(uninit, nullptr);
+  CountingAllocator memory;
+  FakeHost host;
+  FakeSettings policy;
+  RYL::Module::Interface* module = init(&memory);
+  ASSERT_NE(module, nullptr);
+  EXPECT_TRUE(module->Initialize(&host, &policy));
+  EXPECT_TRUE(module->Start());
+  const auto event = EventBuilder(185).Address("203.0.113.9").Port(443).Protocol("tcp").Build();
+  EXPECT_TRUE(module->HandleEvent(event.data(), nullptr));
+  EXPECT_TRUE(module->Stop());
+  delete module;
+  uninit();
+  EXPECT_EQ(memory.Out(), 0U);
+  EXPECT_EQ(Velmar::Sim::ListFiles().size(), 1U) << round;
+  EXPECT_EQ(dlclose(library), 0);
+  EXPECT_EQ(dlopen(RYL_NETDB_SIM_FILE, RTLD_NOW | RTLD_NOLOAD), nullptr) << "the library is still loaded";
+}
+
+TEST(ModuleBinary, LoadsRunsAndUnloadsThreeTimes) {
+  Velmar::Sim::Reset();
+  ASSERT_TRUE(Velmar::OS::Path::SetVariable("P", "/data"));
+  LogCapture log;
+  for (int round = 0; round < 3; ++round) {
+    LoadRunAndUnload(round);
+  }
+  EXPECT_EQ(log.CountLevel(5), 0);
+}
+
+}  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Velmar/Collections/DB/StorageNodes.h"
+#include "Velmar/Collections/ModuleMemory.h"
 #include "Velmar/Types.h"
 
 namespace Velmar::Collections::DB::Base {
@@ -36,6 +37,8 @@ class ISearchInterface {
   virtual bool OverwriteOldElement(u32 location, const Node* entries) = 0;
   virtual u32 GetMemoryUsage() const = 0;
   virtual ~ISearchInterface() = default;
+  // An index lies on the module's memory.
+  static void operator delete(void* memory) { ModuleFree(memory); }
 
  protected:
   const void* context = nullptr;

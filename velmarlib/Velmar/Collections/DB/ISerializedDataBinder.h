@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Velmar/Collections/Buffer.h"
+#include "Velmar/Collections/ModuleMemory.h"
 #include "Velmar/Types.h"
 
 namespace Velmar::Collections::DB {
@@ -20,6 +21,8 @@ class ISerializedDataBinder {
   // The reverse.
   virtual bool Deserialize(const void* /*data*/, u32 /*size*/, Buffer& /*output*/) { return false; }
   virtual ~ISerializedDataBinder() = default;
+  // A binder that is not a part of its owner lies on the module's memory.
+  static void operator delete(void* memory) { ModuleFree(memory); }
 };
 
 }  // namespace Velmar::Collections::DB

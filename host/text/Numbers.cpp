@@ -48,6 +48,16 @@ bool ReadHex(std::string_view text, u8* out, std::size_t size) {
   return true;
 }
 
+std::string ToHex(const u8* bytes, std::size_t size) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (std::size_t i = 0; i < size; ++i) {
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 15];
+  }
+  return text;
+}
+
 std::vector<std::string_view> SplitList(std::string_view text, char separator) {
   std::vector<std::string_view> parts;
   for (;;) {

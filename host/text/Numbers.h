@@ -16,6 +16,8 @@ std::optional<u64> ReadCount(std::string_view text, u64 limit);
 std::optional<i64> ReadSigned(std::string_view text);
 // Exactly `size` bytes as hex digits of either case into `out`. False, with `out` untouched, for anything else.
 bool ReadHex(std::string_view text, u8* out, std::size_t size);
+// Two lower-case digits a byte.
+std::string ToHex(const u8* bytes, std::size_t size);
 // The parts between separators; an empty text has one empty part.
 std::vector<std::string_view> SplitList(std::string_view text, char separator);
 // ASCII letters in lower case.

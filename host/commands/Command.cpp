@@ -1,0 +1,24 @@
+#include "host/commands/Command.h"
+
+#include <memory>
+
+#include "host/agent/DataFolder.h"
+#include "host/commands/Run.h"
+
+namespace Host::Commands {
+
+void AddDataOption(CLI::App& command, std::string& dataFolder) {
+  dataFolder = DefaultDataFolder();
+  command.add_option("--data", dataFolder, "Folder of the history")->type_name("DIR")->capture_default_str();
+}
+
+Command AddRun(CLI::App& program) {
+  const auto options = std::make_shared<RunOptions>();
+  CLI::App* app = program.add_subcommand("run", "Record this machine's connections until SIGINT or SIGTERM");
+  AddDataOption(*app, options->dataFolder);
+  return {app, [options] { return RunCommand(*options); },
+          "  sudo netdb run                  all processes of this machine\n"
+          "  netdb run --data /tmp/history   those of this user, into a folder of its own\n"};
+}
+
+}  // namespace Host::Commands

@@ -1,0 +1,48 @@
+#include "host/inspect/ByteSource.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace Host::Inspect {
+
+FileBytes::~FileBytes() {
+  if (descriptor_ >= 0) {
+    close(descriptor_);
+  }
+}
+
+bool FileBytes::Open(const std::string& path) {
+  struct stat status = {};
+  descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
+    return false;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : ESPIPE;
+    return false;
+  }
+  size_ = static_cast<u64>(status.st_size);
+  return true;
+}
+
+bool FileBytes::Read(u64 position, void* to, u32 size) {
+  auto* at = static_cast<u8*>(to);
+  while (size > 0) {
+    const ssize_t done = pread(descriptor_, at, size, static_cast<off_t>(position));
+    if (done < 0 && errno == EINTR) {
+      continue;
+    }
+    if (done <= 0) {
+      return false;
+    }
+    at += done;
+    position += static_cast<u64>(done);
+    size -= static_cast<u32>(done);
+  }
+  return true;
+}
+
+}  // namespace Host::Inspect

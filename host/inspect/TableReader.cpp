@@ -1,0 +1,121 @@
+#include "host/inspect/TableReader.h"
+
+#include <cstring>
+
+namespace Host::Inspect {
+namespace {
+
+constexpr u32 kIPv4RowSize = 46;
+constexpr u32 kIPv6RowSize = 58;
+constexpr u32 kNewestVersion = 1;
+
+// Takes values off the front of bytes; false, with nothing taken, where they end.
+class Bytes {
+ public:
+  Bytes(const u8* data, u32 size) : data_(data), left_(size) {}
+
+  template <class T>
+  bool Take(T& value) {
+    if (left_ < sizeof(T)) {
+      return false;
+    }
+    std::memcpy(&value, data_, sizeof(T));
+    return Skip(sizeof(T));
+  }
+  bool Skip(u64 size) {
+    if (left_ < size) {
+      return false;
+    }
+    data_ += size;
+    left_ -= static_cast<u32>(size);
+    return true;
+  }
+  [[nodiscard]] u32 Left() const { return left_; }
+
+ private:
+  const u8* data_;
+  u32 left_;
+};
+
+bool ReadTableHeader(Bytes& bytes, TableReport& report) {
+  u16 version = 0;
+  u32 maxCount = 0;
+  u32 flags = 0;
+  if (!bytes.Take(version) || !bytes.Take(report.rows)) {
+    return false;
+  }
+  report.version = version;
+  if (version == kNewestVersion) {
+    if (!bytes.Take(maxCount) || !bytes.Take(flags)) {
+      return false;
+    }
+    report.maxCount = maxCount;
+    report.flags = flags;
+  }
+  return true;
+}
+
+// A path, two digests, two identifiers, and a reference count that is negative in a free slot.
+bool ReadProcessRow(Bytes& bytes, u32& freeSlots) {
+  constexpr u32 kFixedPart = 16 + 32 + 8 + 8;
+  u32 pathLength = 0;
+  i32 references = 0;
+  if (!bytes.Take(pathLength) || !bytes.Skip(pathLength) || !bytes.Skip(kFixedPart) || !bytes.Take(references)) {
+    return false;
+  }
+  freeSlots += references < 0 ? 1 : 0;
+  return true;
+}
+
+// The number of rows that are there.
+u32 ReadRows(Bytes& bytes, TableReport& report) {
+  if (report.key != "p") {
+    const u32 rowSize = report.key == "4" ? kIPv4RowSize : kIPv6RowSize;
+    const u32 fitting = bytes.Left() / rowSize;
+    const u32 present = fitting < report.rows ? fitting : report.rows;
+    bytes.Skip(u64{present} * rowSize);
+    return present;
+  }
+  u32 freeSlots = 0;
+  u32 present = 0;
+  while (present < report.rows && ReadProcessRow(bytes, freeSlots)) {
+    ++present;
+  }
+  report.freeSlots = freeSlots;
+  return present;
+}
+
+}  // namespace
+
+bool IsTableKey(const std::string& key) {
+  return key == "p" || key == "4" || key == "6";
+}
+
+TableReport ReadTable(const std::string& key, const u8* data, u32 size, std::string& problem) {
+  TableReport report;
+  report.key = key;
+  report.name = key == "p" ? "processes" : key == "4" ? "IPv4 rows" : "IPv6 rows";
+  problem.clear();
+  Bytes bytes(data, size);
+  if (!ReadTableHeader(bytes, report)) {
+    problem = "table \"" + key + "\" ends inside its header";
+    return report;
+  }
+  if (report.version > kNewestVersion) {
+    problem = "table \"" + key + "\" has the unknown version " + std::to_string(report.version);
+    return report;
+  }
+  const u32 present = ReadRows(bytes, report);
+  if (present < report.rows) {
+    problem = "table \"" + key + "\" says " + std::to_string(report.rows) + " rows and ends inside row " +
+              std::to_string(present);
+  } else if (report.maxCount && report.rows > *report.maxCount) {
+    problem = "table \"" + key + "\" has more rows than its ceiling of " + std::to_string(*report.maxCount);
+  } else if (bytes.Left() > 0) {
+    problem = "table \"" + key + "\" has " + std::to_string(bytes.Left()) + " bytes behind its last row";
+  }
+  report.isWhole = problem.empty();
+  return report;
+}
+
+}  // namespace Host::Inspect

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Velmar/Collections/DB/MapDB.h"
+#include "Velmar/OS/FileSystem.h"
 #include "Velmar/Utils/Function.h"
 #include "Velmar/Utils/String.h"
 #include "common/netdb_storage/BacklogMessage.h"
@@ -63,6 +64,10 @@ class DBManager {
   // SyncWith's false: nothing may be written over a file that was refused.
   bool RefuseFile();
   bool Save(const char* file);
+
+  // The visitor of ForEachDBFile; `context` is its own.
+  static bool VisitEntry(const char* path, const char* name, u64 size, bool isDirectory, Velmar::OS::FileTimes& times,
+                         void* context);
 
   static bool QueryFile(DBManager& manager, const char* path, QueryConstraints& constraints, const QuerySink& sink);
   bool _Query(QueryConstraints& constraints, const QuerySink& sink);

@@ -28,31 +28,6 @@ u64 StartOfDay(u64 second) {
   return second / DBManager::kSecondsPerDay * DBManager::kSecondsPerDay;
 }
 
-bool VisitEntry(const char* path, const char* name, u64 size, bool isDirectory, FileTimes& /*times*/, void* context) {
-  if (path == nullptr || name == nullptr || context == nullptr) {
-    RYL_LOG(netdb_storage, WalkEntryIncomplete);
-    return false;
-  }
-  if (isDirectory) {
-    return true;
-  }
-  const Walk& walk = *static_cast<const Walk*>(context);
-  u64 day = 0;
-  if (!IsDayFileName(name, day)) {
-    RYL_LOG(netdb_storage, NotADatabaseFile, name);
-    return true;
-  }
-  if (day < walk.first || day > walk.last) {
-    RYL_LOG(netdb_storage, DayOutOfRange, day, walk.first, walk.last);
-    return true;
-  }
-  if (walk.skipToday && day == walk.today) {
-    RYL_LOG(netdb_storage, TodaySkipped, day);
-    return true;
-  }
-  return walk.callback(path, day, size);
-}
-
 }  // namespace
 
 bool DBManager::ForEachDBFile(const char* databaseFolder, bool skipToday, FileCallback callback, u64 from, u64 to) {
@@ -78,6 +53,32 @@ bool DBManager::ForEachDBFile(const char* databaseFolder, bool skipToday, FileCa
     return false;
   }
   return FileSystem::EnumerateFiles(path, false, &VisitEntry, &walk, true, true, false);
+}
+
+bool DBManager::VisitEntry(const char* path, const char* name, u64 size, bool isDirectory, FileTimes& /*times*/,
+                           void* context) {
+  if (path == nullptr || name == nullptr || context == nullptr) {
+    RYL_LOG(netdb_storage, WalkEntryIncomplete);
+    return false;
+  }
+  if (isDirectory) {
+    return true;
+  }
+  const Walk& walk = *static_cast<const Walk*>(context);
+  u64 day = 0;
+  if (!IsDayFileName(name, day)) {
+    RYL_LOG(netdb_storage, NotADatabaseFile, name);
+    return true;
+  }
+  if (day < walk.first || day > walk.last) {
+    RYL_LOG(netdb_storage, DayOutOfRange, day, walk.first, walk.last);
+    return true;
+  }
+  if (walk.skipToday && day == walk.today) {
+    RYL_LOG(netdb_storage, TodaySkipped, day);
+    return true;
+  }
+  return walk.callback(path, day, size);
 }
 
 }  // namespace RYL::NetDB

@@ -116,10 +116,11 @@ u32 ProcessesDB::ReuseSlot(const Process& process) {
   u32 index = kNone;
   {
     ScopedLock lock(free_slots.mutex);
-    if (!free_slots.Get(free_slots.count - 1, index) || !free_slots.PopBack()) {
+    if (!free_slots.PopBack()) {
       RYL_LOG(netdb_storage, FreeSlotNotTaken);
       return kNone;
     }
+    index = free_slots.data[free_slots.count];
   }
   bool copied = false;
   {

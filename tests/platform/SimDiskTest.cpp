@@ -217,6 +217,23 @@ TEST_F(SimDisk, DirectAccessIsDurableAndSeen) {
   EXPECT_EQ(Content("new/b"), "(missing)");
 }
 
+TEST_F(SimDisk, DirectAccessHoldsAgainstEarlierChangesOfTheFolder) {
+  auto createAndRemove = [this] {
+    File file;
+    ASSERT_TRUE(file.Create(Path("a").c_str(), false, true));
+    EXPECT_TRUE(file.Close());
+    EXPECT_TRUE(Sim::RemoveFile(Path("a")));
+  };
+  auto createAndPut = [this] {
+    File file;
+    ASSERT_TRUE(file.Create(Path("a").c_str(), false, true));
+    EXPECT_TRUE(file.Close());
+    Put("a", "put");
+  };
+  EXPECT_THAT(Outcomes("a", createAndRemove), ElementsAre("(missing)"));
+  EXPECT_THAT(Outcomes("a", createAndPut), ElementsAre("put"));
+}
+
 TEST_F(SimDisk, PathsAreCleanedByTheirText) {
   Put("folder/a", "content");
   EXPECT_TRUE(FileSystem::FileExists((machine_.Folder() + "//folder/./../folder/a").c_str(), false));

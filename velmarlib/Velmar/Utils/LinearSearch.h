@@ -31,6 +31,7 @@ class LinearSearch final : public FlatSearch<K> {
   using FlatSearch<K>::locations;
   using FlatSearch<K>::size;
   using FlatSearch<K>::position;
+  using FlatSearch<K>::capacity;
 };
 
 }  // namespace Velmar::Utils

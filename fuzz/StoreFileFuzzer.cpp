@@ -1,10 +1,13 @@
-// Any bytes as the file of a store: loading may refuse them, and what it takes must survive every operation.
+// Any bytes as the file of a store, as they are and with their checksums made right: loading may refuse them, and what
+// it takes must survive every operation.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "Velmar/Collections/DB/MapDB.h"
+#include "Velmar/Hashes/CRC32.h"
 #include "platform/sim/Sim.h"
 
 namespace {
@@ -13,6 +16,8 @@ using namespace Velmar;
 using Collections::Buffer;
 using Collections::Caches::TimeCacheValue;
 using Collections::DB::MapDB;
+using Collections::DB::StoreHeader;
+namespace FileFlags = Collections::DB::FileFlags;
 namespace StoreFlags = Collections::DB::StoreFlags;
 
 constexpr const char* kPath = "/fuzz/1700006400.db";
@@ -52,6 +57,54 @@ void Require(bool condition) {
   }
 }
 
+u32 Checksum(const std::string& bytes, u64 offset, u64 size) {
+  Hashes::CRC32 crc;
+  Require(crc.ComputeFromBuffer(bytes.data() + offset, static_cast<u32>(size)));
+  return crc.GetValue();
+}
+
+// The end of the block at `position`, whose checksum is made right; the end of the bytes when it leaves them.
+u64 SealBlock(std::string& bytes, u64 position, u32 fileFlags) {
+  const u64 words = 2U + ((fileFlags & FileFlags::kCiphered) != 0 ? 1U : 0U) +
+                    ((fileFlags & FileFlags::kUncompressed) == 0 ? 1U : 0U);
+  u32 payloadSize = 0;
+  if (position + words * 4 > bytes.size()) {
+    return bytes.size();
+  }
+  std::memcpy(&payloadSize, bytes.data() + position + 4, sizeof(payloadSize));
+  const u64 end = position + words * 4 + payloadSize;
+  if (end > bytes.size()) {
+    return bytes.size();
+  }
+  const u32 crc = Checksum(bytes, position + 4, end - position - 4);
+  std::memcpy(bytes.data() + position, &crc, sizeof(crc));
+  return end;
+}
+
+// Makes every checksum right, so that what was changed reaches the code behind the checks.
+std::string Sealed(std::string bytes) {
+  StoreHeader header;
+  if (bytes.size() < sizeof(header)) {
+    return bytes;
+  }
+  std::memcpy(&header, bytes.data(), sizeof(header));
+  header.Magic = Collections::DB::kStoreMagic;
+  u64 position = sizeof(header) + u64{header.BinderHeaderSize};
+  if (position <= bytes.size()) {
+    header.BinderHeaderCrc = Checksum(bytes, sizeof(header), header.BinderHeaderSize);
+  }
+  while (position < header.IndexPosition && position < bytes.size()) {
+    position = SealBlock(bytes, position, header.FileFlags);
+  }
+  if (header.IndexPosition >= sizeof(header)) {
+    SealBlock(bytes, header.IndexPosition, header.FileFlags);
+  }
+  std::memcpy(bytes.data(), &header, sizeof(header));
+  header.HeaderCrc = Checksum(bytes, 0, sizeof(header) - sizeof(header.HeaderCrc));
+  std::memcpy(bytes.data(), &header, sizeof(header));
+  return bytes;
+}
+
 // Whatever was loaded: adds past the maximum, deletes, saves, and reads back as many entries as were saved.
 template <class K, class V, class MakeKey>
 void Exercise(const std::string& bytes, u32 flags, Collections::DB::ISerializedDataBinder* binder, MakeKey makeKey) {
@@ -71,11 +124,7 @@ void Exercise(const std::string& bytes, u32 flags, Collections::DB::ISerializedD
   Require(copy.GetCount() == store.GetCount());
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Sim::Reset();
-  const std::string bytes(reinterpret_cast<const char*>(data), size);
+void ExerciseAll(const std::string& bytes) {
   const auto textKey = [](u32 number) {
     static const char* const keys[] = {"p", "4", "6", "a", "b", "c", "d", "e"};
     return keys[number];
@@ -86,5 +135,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Exercise<const char*, Buffer>(bytes, kind, nullptr, textKey);
   Exercise<const char*, Buffer>(bytes, kind | StoreFlags::kCipherRequired, &binder, textKey);
   Exercise<u32, TimeCacheValue>(bytes, kind, nullptr, numberKey);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Sim::Reset();
+  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  ExerciseAll(bytes);
+  ExerciseAll(Sealed(bytes));
   return 0;
 }

@@ -55,7 +55,7 @@ class MemoryManager final : public Utils::DatabaseManager {
     position += size;
     return true;
   }
-  u64 Tell() override { return position; }
+  u64 Tell() override { return position + farBy; }
   bool Seek(u64 newPosition) override {
     position = newPosition;
     return true;
@@ -66,6 +66,7 @@ class MemoryManager final : public Utils::DatabaseManager {
   bool commits = true;
   bool writes = true;
   bool throws = false;
+  u64 farBy = 0;
   std::string content;
   Texts calls;
 
@@ -148,6 +149,13 @@ TEST_F(MapDBManager, FailedCommitFailsTheSave) {
   LogCapture log;
   EXPECT_FALSE(store.Save());
   EXPECT_EQ(log.Lines(), Lines{"3 velmar.StoreManagerNotCommitted"});
+}
+
+TEST_F(MapDBManager, IndexPast32BitsFailsTheSave) {
+  manager.farBy = 0xFFFFFFFF;
+  LogCapture log;
+  EXPECT_FALSE(store.Save());
+  EXPECT_EQ(log.Lines(), (Lines{"3 velmar.StoreFileTooLarge", "3 velmar.StoreNotWritten"}));
 }
 
 TEST_F(MapDBManager, ExceptionIsAnErrorWithItsText) {

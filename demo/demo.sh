@@ -133,8 +133,8 @@ main() {
 
   say "netdb import demo/sample-conn.log"
   "$netdb" import --data "$work/imported" "$here/sample-conn.log"
-  say "netdb query --since 2026-03-14 --until 2026-03-14"
-  "$netdb" query --data "$work/imported" --since 2026-03-14 --until 2026-03-14
+  say "netdb query --since 2024-05-14 --until 2024-05-14"
+  "$netdb" query --data "$work/imported" --since 2024-05-14 --until 2024-05-14
 }
 
 if [ "${2:-}" = inside ]; then inside "$3"; else main "$1"; fi

@@ -20,13 +20,13 @@ const Command* FindCommand(const std::vector<Command>& commands, const std::stri
 }
 
 // Help of the program, or of a command with its examples.
-int PrintHelp(const CLI::App& program, const std::vector<Command>& commands, const std::string& name) {
+int PrintHelp(const std::string& overview, const std::vector<Command>& commands, const std::string& name) {
   const Command* command = name.empty() ? nullptr : FindCommand(commands, name);
   if (command == nullptr && !name.empty()) {
     Host::Commands::PrintError("there is no command \"" + name + "\"");
     return Host::Commands::kUsage;
   }
-  std::cout << (command == nullptr ? program.help() : command->app->help("netdb"));
+  std::cout << (command == nullptr ? overview : command->app->help("netdb"));
   if (command != nullptr && !command->examples.empty()) {
     std::cout << "\nExamples:\n" << command->examples;
   }
@@ -50,8 +50,9 @@ int Main(int argc, char** argv) {
   Command help;
   help.app = program.add_subcommand("help", "Show how a command is used");
   help.app->add_option("COMMAND", topic, "One of the commands");
-  help.run = [&] { return PrintHelp(program, commands, topic); };
   commands.push_back(help);
+  const std::string overview = program.help();  // after the parse it would be that of the subcommand
+  commands.back().run = [&] { return PrintHelp(overview, commands, topic); };
 
   try {
     program.parse(argc, argv);
@@ -60,7 +61,7 @@ int Main(int argc, char** argv) {
     return Host::Commands::FinishOutput(std::cout) ? Host::Commands::kDone : Host::Commands::kFailed;
   } catch (const CLI::CallForHelp&) {
     const auto chosen = program.get_subcommands();
-    return PrintHelp(program, commands, chosen.empty() ? "" : chosen[0]->get_name());
+    return PrintHelp(overview, commands, chosen.empty() ? "" : chosen[0]->get_name());
   } catch (const CLI::ParseError& error) {
     return UsageError(program, error.what());
   }

@@ -3,7 +3,7 @@
 
 namespace Host::Commands {
 
-// Catches both from construction to destruction, so that a command can end in good order; a second SIGINT or SIGTERM
+// Catches both from construction to destruction, so that a command can end in good order; a second one of the same kind
 // ends the program at once. Lifetime: one at a time in a process.
 class StopSignal {
  public:

@@ -112,7 +112,7 @@ void ImportRunner::AddSource(const std::string& name) {
   sources_.push_back({name, *form, input->IsReopenable() ? nullptr : std::move(input)});
 }
 
-ImportSummary ImportRunner::Run(const EventSink& sink, const std::function<bool()>& stopRequested) {
+ImportSummary ImportRunner::Run(const EventSink& sink, const StopRequested& stopRequested) {
   nowMs_ = Velmar::OS::Time::GetEpochTime(nullptr);
   DayWindow window([this, &sink](const ConnectionRecord& event) {
     summary_.delivered = sink(event);
@@ -120,8 +120,8 @@ ImportSummary ImportRunner::Run(const EventSink& sink, const std::function<bool(
     return summary_.delivered;
   });
   for (Source& source : sources_) {
-    if (source.form == Form::kSysmon) {
-      LearnFrom(source);
+    if (source.form == Form::kSysmon && !stopRequested()) {
+      LearnFrom(source, stopRequested);
     }
   }
   readers_->sysmon.Publish(processes_, hashes_);
@@ -136,14 +136,15 @@ ImportSummary ImportRunner::Run(const EventSink& sink, const std::function<bool(
   return summary_;
 }
 
-void ImportRunner::LearnFrom(Source& source) {
+void ImportRunner::LearnFrom(Source& source, const StopRequested& stopRequested) {
   InputFile fresh;
   InputFile& input = source.input != nullptr ? *source.input : fresh;
   if (source.input == nullptr && !fresh.Open(source.name, true)) {
     return;  // reported when its connections are read
   }
   std::string_view line;
-  for (InputFile::Step step = input.Next(line); step == InputFile::Step::kLine || step == InputFile::Step::kTooLong;
+  for (InputFile::Step step = input.Next(line);
+       (step == InputFile::Step::kLine || step == InputFile::Step::kTooLong) && !stopRequested();
        step = input.Next(line)) {
     if (step == InputFile::Step::kLine) {
       readers_->sysmon.Learn(line);
@@ -154,7 +155,7 @@ void ImportRunner::LearnFrom(Source& source) {
   }
 }
 
-void ImportRunner::ReadSource(Source& source, DayWindow& window, const std::function<bool()>& stopRequested) {
+void ImportRunner::ReadSource(Source& source, DayWindow& window, const StopRequested& stopRequested) {
   InputFile fresh;
   InputFile& input = source.input != nullptr ? *source.input : fresh;
   if (source.input == nullptr && !fresh.Open(source.name, false)) {
@@ -165,11 +166,11 @@ void ImportRunner::ReadSource(Source& source, DayWindow& window, const std::func
   reader.StartFile();
   std::string_view line;
   for (;;) {
-    if (stopRequested()) {
+    const InputFile::Step step = input.Next(line);
+    if (stopRequested()) {  // which also makes a read fail
       summary_.interrupted = true;
       return;
     }
-    const InputFile::Step step = input.Next(line);
     if (step == InputFile::Step::kFailed) {
       Fail(input.Error());
     }

@@ -41,6 +41,7 @@ class ImportRunner {
  public:
   // Gets each message for people, a line without its end.
   using Report = std::function<void(const std::string&)>;
+  using StopRequested = std::function<bool()>;
 
   // The registries get the processes of the logs before the events that name them; they must outlive this.
   ImportRunner(ImportOptions options, ProcessRegistry& processes, RecordedHashes& hashes, Report report);
@@ -50,16 +51,16 @@ class ImportRunner {
 
   // Looks at each file: what cannot be read is reported, counted and left out. False when nothing is left.
   bool Prepare();
-  // `stopRequested` is asked before each line.
-  ImportSummary Run(const EventSink& sink, const std::function<bool()>& stopRequested);
+  // `stopRequested` is asked after each line.
+  ImportSummary Run(const EventSink& sink, const StopRequested& stopRequested);
 
  private:
   struct Source;
   struct Readers;
 
   void AddSource(const std::string& name);
-  void LearnFrom(Source& source);
-  void ReadSource(Source& source, DayWindow& window, const std::function<bool()>& stopRequested);
+  void LearnFrom(Source& source, const StopRequested& stopRequested);
+  void ReadSource(Source& source, DayWindow& window, const StopRequested& stopRequested);
   // False when the sink refused.
   bool ReadLine(const InputFile& input, std::string_view line, ConnectionReader& reader, DayWindow& window);
   void Skip(const InputFile& input, Finding reason);

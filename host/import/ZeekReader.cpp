@@ -143,7 +143,8 @@ Finding ZeekReader::Interpret(const Values& values, RecordedConnection& connecti
   if (Text::Lowered(*values[kProtocol]) == "tcp") {
     connection.protocol = "tcp";
   }
-  for (const std::string_view service : Text::SplitList(values[kService].value_or(""), ',')) {
+  const std::string services = values[kService].value_or("");
+  for (const std::string_view service : Text::SplitList(services, ',')) {
     if (auto name = ServiceName(service)) {
       connection.services.push_back(std::move(*name));
     }

@@ -18,7 +18,7 @@ std::optional<i64> ReadSigned(std::string_view text);
 bool ReadHex(std::string_view text, u8* out, std::size_t size);
 // Two lower-case digits a byte.
 std::string ToHex(const u8* bytes, std::size_t size);
-// The parts between separators; an empty text has one empty part.
+// The parts between separators; an empty text has one empty part. They are views into `text`, which must outlive them.
 std::vector<std::string_view> SplitList(std::string_view text, char separator);
 // ASCII letters in lower case.
 std::string Lowered(std::string_view text);

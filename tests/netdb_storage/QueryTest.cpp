@@ -245,26 +245,6 @@ TEST_F(ProcessQueryTest, SinkThatRefusesEndsTheQuery) {
   EXPECT_EQ(constraints.ip_filters.count, 1U) << "cut back on this way out too";
 }
 
-TEST_F(ProcessQueryTest, MatchThatCannotBeSetUpFailsTheQuery) {
-  Want("/usr/bin/ssh");
-  ASSERT_TRUE(writer.Flush());
-  DBManager reader;
-  ASSERT_TRUE(reader.SyncWith(DayPath(kDay).c_str(), true));
-  u32 failed = 0;
-  // Each lock of a query in turn; those of the tables fail the file, the one of the match the query.
-  for (u32 n = 1; n <= 3; ++n) {
-    LogCapture log;
-    Sim::FailMutexCreate(n);
-    Rows found;
-    if (!DBManager::Query(kFolder, constraints, found.Sink())) {
-      ++failed;
-    }
-    Sim::FailMutexCreate(0);
-    EXPECT_EQ(constraints.ip_filters.count, 0U);
-  }
-  EXPECT_EQ(failed, 0U) << "a file that cannot be loaded is passed over";
-}
-
 TEST_F(QueryTest, NewestFilterBeyondTheCeilingFailsTheQuery) {
   Add(kDay, Address(10, 0, 0, 1), 1);
   QueryConstraints constraints(kDay, kDay + 10);

@@ -60,7 +60,7 @@ struct ValueStorage<Utils::String> {
   static void Uninitialise(Utils::String& value) { value.~String(); }
   static void Move(Utils::String* memory, Utils::String& source) {
     new (memory) Utils::String(std::move(source));
-    source.~String();
+    source.~String();  // NOLINT(bugprone-use-after-move): what was moved from still has its end
   }
 };
 

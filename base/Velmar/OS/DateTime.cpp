@@ -9,16 +9,21 @@ constexpr i64 kDaysPerEra = 146097;   // 400 years
 constexpr i64 kDaysToEpoch = 719468;  // from 0000-03-01 to 1970-01-01
 constexpr i64 kLargestYear = 0x7FFFFFFF;
 
-// Rounds towards minus infinity; `divisor` is positive.
+// Both round towards minus infinity; `divisor` is positive. Neither overflows, whatever `value` is.
 constexpr i64 FloorDivide(i64 value, i64 divisor) {
   return value / divisor - (value % divisor < 0 ? 1 : 0);
+}
+
+constexpr i64 FloorRemainder(i64 value, i64 divisor) {
+  const i64 remainder = value % divisor;
+  return remainder < 0 ? remainder + divisor : remainder;
 }
 
 }  // namespace
 
 bool DateTime::SetDateTime(i64 epochSeconds) {
   const i64 days = FloorDivide(epochSeconds, kSecondsPerDay);
-  const i64 secondOfDay = epochSeconds - days * kSecondsPerDay;
+  const i64 secondOfDay = FloorRemainder(epochSeconds, kSecondsPerDay);
 
   // Years are counted from March here, so that the leap day is a year's last.
   const i64 shifted = days + kDaysToEpoch;

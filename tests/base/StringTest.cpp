@@ -278,6 +278,8 @@ TEST(String, EndsWithTestsTheTail) {
   EXPECT_FALSE(String::EndsWith("abcdef", "ef", false, 4, -1));
   EXPECT_FALSE(String::EndsWith("abc", "c", false, -2, -1));
   EXPECT_TRUE(String::EndsWith(nullptr, nullptr, false, -1, -1));
+  EXPECT_FALSE(String::EndsWith(nullptr, "c", false, 4, -1)) << "a null text has no bytes";
+  EXPECT_TRUE(String::EndsWith("abc", nullptr, false, -1, 2));
 }
 
 TEST(String, FindGivesTheFirstMatch) {
@@ -304,6 +306,8 @@ TEST(String, FindKeepsToTheGivenLengths) {
   EXPECT_EQ(String::Find("abc", "c", false, -1, false, -1, -1), -1);
   EXPECT_EQ(String::Find("abc", "c", false, 0, false, -2, -1), -1);
   EXPECT_EQ(String::Find(nullptr, "c", false, 0, false, -1, -1), -1);
+  EXPECT_EQ(String::Find(nullptr, "c", false, 0, false, 100000, -1), -1) << "a null text has no bytes";
+  EXPECT_EQ(String::Find("abc", nullptr, false, 1, false, -1, 100), 1);
 }
 
 TEST(String, SpaceIsAsciiWhiteSpace) {

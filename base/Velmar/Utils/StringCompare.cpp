@@ -14,6 +14,14 @@ const char* OrEmpty(const char* text) {
   return text == nullptr ? "" : text;
 }
 
+// What a text and its length argument stand for; a null text has no bytes, whatever its length says.
+std::size_t LengthOf(const char* text, int length) {
+  if (text == nullptr) {
+    return 0;
+  }
+  return length == -1 ? std::strlen(text) : static_cast<std::size_t>(length);
+}
+
 int CompareBytes(const char* a, const char* b, std::size_t count, bool ignoreCase) {
   if (!ignoreCase) {
     return std::memcmp(a, b, count);
@@ -88,11 +96,9 @@ bool String::EndsWith(const char* text, const char* tail, bool ignoreCase, int t
   if (textLength < -1 || tailLength < -1) {
     return false;
   }
-  text = OrEmpty(text);
-  tail = OrEmpty(tail);
-  const std::size_t whole = textLength == -1 ? std::strlen(text) : static_cast<std::size_t>(textLength);
-  const std::size_t part = tailLength == -1 ? std::strlen(tail) : static_cast<std::size_t>(tailLength);
-  return part <= whole && CompareBytes(text + (whole - part), tail, part, ignoreCase) == 0;
+  const std::size_t whole = LengthOf(text, textLength);
+  const std::size_t part = LengthOf(tail, tailLength);
+  return part <= whole && CompareBytes(OrEmpty(text) + (whole - part), OrEmpty(tail), part, ignoreCase) == 0;
 }
 
 int String::Find(const char* text, const char* what, bool ignoreCase, int start, bool backwards, int textLength,
@@ -100,10 +106,8 @@ int String::Find(const char* text, const char* what, bool ignoreCase, int start,
   if (textLength < -1 || whatLength < -1 || start < 0) {
     return -1;
   }
-  text = OrEmpty(text);
-  what = OrEmpty(what);
-  const i64 whole = textLength == -1 ? static_cast<i64>(std::strlen(text)) : textLength;
-  const i64 part = whatLength == -1 ? static_cast<i64>(std::strlen(what)) : whatLength;
+  const i64 whole = static_cast<i64>(LengthOf(text, textLength));
+  const i64 part = static_cast<i64>(LengthOf(what, whatLength));
   const i64 last = whole - part;
   if (part == 0) {
     return start <= whole ? start : -1;

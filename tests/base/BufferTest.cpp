@@ -218,6 +218,10 @@ struct RawBuffer {
   Buffer& Get() { return *reinterpret_cast<Buffer*>(memory); }
 };
 
+TEST(BufferObject, FillsAValueSlotOfThirtyTwoBytes) {
+  EXPECT_EQ(sizeof(Buffer), 32U);
+}
+
 TEST(BufferObject, LivesInRawMemory) {
   RawBuffer raw;
   ASSERT_TRUE(raw.Get().InitializeObject());

@@ -225,8 +225,8 @@ bool Buffer::InitializeObjectFrom(const Buffer& source) {
 void Buffer::InitializeObjectByMove(Buffer& source) {
   Buffer* self = new (this) Buffer(true);
   self->size = source.size;
-  self->data_ = source.data_;
   self->capacity_ = source.capacity_;
+  self->data_ = source.data_;
   self->maxSize_ = source.maxSize_;
   self->growth_ = source.growth_;
   self->growType_ = source.growType_;

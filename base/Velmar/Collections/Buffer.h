@@ -25,16 +25,16 @@ class RYL_API Buffer {
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;
 
-  // Heap buffer. `zeroed`: AllocateBuffer clears its room. False, with nothing changed, on exhaustion, on a growth of 0 or
-  // a capacity above `maxSize`.
+  // Heap buffer. `zeroed`: AllocateBuffer clears its room. False, with nothing changed, on exhaustion, on a growth of 0
+  // or a capacity above `maxSize`.
   bool Create(u32 capacity, u32 maxSize, u32 growth, bool zeroed, GrowType type);
   // Starts in `area` and moves to the heap when it outgrows it and `mayLeaveArea` is set; without it the maximum is
-  // `areaSize`. With `startEmpty` false the area's bytes are the content. False, with nothing changed, on a growth of 0, a
-  // null or empty area, or one above `maxSize` that may be left.
+  // `areaSize`. With `startEmpty` false the area's bytes are the content. False, with nothing changed, on a growth of
+  // 0, a null or empty area, or one above `maxSize` that may be left.
   bool CreateFromExistingBuffer(void* area, u32 areaSize, bool startEmpty, bool mayLeaveArea, u32 maxSize, u32 growth,
                                 bool zeroed, GrowType type);
 
-  // Little-endian.
+  // Little-endian. What is pushed must not lie in this buffer, which may move.
   u32 PushUInt8(u8 value);
   u32 PushUInt16(u16 value);
   u32 PushUInt32(u32 value);
@@ -69,8 +69,9 @@ class RYL_API Buffer {
   bool ReserveFor(u64 newSize);
   void Release();
 
-  u8* data_ = nullptr;
+  // In an order that leaves no gaps: a store's value pool holds one of these an entry, 32 bytes each.
   u32 capacity_ = 0;
+  u8* data_ = nullptr;
   u32 maxSize_ = 0;
   u32 growth_ = 0;
   GrowType growType_ = GrowType::kFixedStep;

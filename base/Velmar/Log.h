@@ -22,8 +22,9 @@ namespace Velmar {
 // Module number of every record of this system.
 inline constexpr u32 kModuleNumber = 41;
 
-// FNV-1a, 32 bits (Fowler, Noll, Vo). Identifiers of the log are made with it at build time.
-constexpr u32 HashIdentifier(const char* text) {
+// FNV-1a, 32 bits (Fowler, Noll, Vo). Identifiers of the log are made with it, at build time only, so that no text of
+// them reaches a binary.
+consteval u32 HashIdentifier(const char* text) {
   u32 hash = 0x811C9DC5U;
   for (; *text != '\0'; ++text) {
     hash = (hash ^ static_cast<u8>(*text)) * 0x01000193U;

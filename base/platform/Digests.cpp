@@ -1,5 +1,4 @@
-#include <cstring>
-
+#include "Velmar/Hashes/HashArea.h"
 #include "Velmar/Hashes/MD5.h"
 #include "Velmar/Hashes/SHA256.h"
 #include "Velmar/Utils/String.h"
@@ -11,8 +10,6 @@ namespace {
 
 using Platform::DigestKind;
 
-// The state lies in a void* that is either a member or the start of a caller's area.
-
 bool Open(DigestKind kind, void*& state) {
   Platform::DigestClose(state);
   state = Platform::DigestOpen(kind);
@@ -20,7 +17,7 @@ bool Open(DigestKind kind, void*& state) {
 }
 
 bool Add(void* state, const void* data, u32 size) {
-  return state != nullptr && (size == 0 || Platform::DigestUpdate(state, data, size));
+  return state != nullptr && (size == 0 || (data != nullptr && Platform::DigestUpdate(state, data, size)));
 }
 
 bool Finish(void*& state, u8* digest, u32 digestSize) {
@@ -29,31 +26,38 @@ bool Finish(void*& state, u8* digest, u32 digestSize) {
   return running != nullptr && Platform::DigestFinish(running, digest, digestSize);
 }
 
-bool OpenInArea(DigestKind kind, void* area, u32 areaSize) {
-  if (area == nullptr || areaSize < sizeof(void*)) {
+// The same in a caller's area.
+
+template <u32 DigestSize>
+using Area = HashArea<void*, DigestSize>;
+
+template <u32 DigestSize>
+bool OpenIn(Area<DigestSize> area, DigestKind kind) {
+  if (!area.IsUsable()) {
     return false;
   }
   void* state = Platform::DigestOpen(kind);
-  std::memcpy(area, &state, sizeof(state));
+  area.Begin(state);
   return state != nullptr;
 }
 
-void* StateInArea(const void* area, u32 areaSize) {
-  void* state = nullptr;
-  if (area != nullptr && areaSize >= sizeof(state)) {
-    std::memcpy(&state, area, sizeof(state));
-  }
-  return state;
+template <u32 DigestSize>
+bool AddIn(Area<DigestSize> area, const void* data, u32 size) {
+  return area.IsUsable() && Add(area.GetState(), data, size);
 }
 
-bool FinishInArea(void* area, u32 areaSize, u8* digest, u32 digestSize) {
-  void* state = StateInArea(area, areaSize);
-  if (state == nullptr) {
+template <u32 DigestSize>
+bool FinishIn(Area<DigestSize> area) {
+  if (!area.IsUsable()) {
     return false;
   }
-  std::memset(area, 0, sizeof(state));
-  return Finish(state, digest, digestSize);
+  void* state = area.GetState();
+  area.SetState(nullptr);
+  return Finish(state, area.Digest(), DigestSize);
 }
+
+using MD5Area = Area<16>;
+using SHA256Area = Area<32>;
 
 }  // namespace
 
@@ -87,19 +91,33 @@ u32 MD5::GetDigestSize() const {
 }
 
 bool MD5::InitWithContext(void* area, u32 areaSize) {
-  return OpenInArea(DigestKind::kMD5, area, areaSize);
+  return OpenIn(MD5Area(area, areaSize), DigestKind::kMD5);
 }
 
 bool MD5::UpdateWithContext(void* area, u32 areaSize, const void* data, u32 size) {
-  return Add(StateInArea(area, areaSize), data, size);
+  return AddIn(MD5Area(area, areaSize), data, size);
 }
 
 bool MD5::FinalWithContext(void* area, u32 areaSize) {
-  return FinishInArea(area, areaSize, digest_, sizeof(digest_));
+  return FinishIn(MD5Area(area, areaSize));
+}
+
+const char* MD5::GetHexDigestWithContext(void* area, u32 areaSize, bool upperCase) const {
+  MD5Area context(area, areaSize);
+  return context.IsUsable() ? context.WriteHex(upperCase) : nullptr;
+}
+
+const u8* MD5::GetDigestWithContext(const void* area, u32 areaSize) const {
+  const MD5Area context(const_cast<void*>(area), areaSize);
+  return context.IsUsable() ? context.Digest() : nullptr;
+}
+
+u32 MD5::GetDigestSizeWithContext(const void* area, u32 areaSize) const {
+  return MD5Area(const_cast<void*>(area), areaSize).IsUsable() ? sizeof(digest_) : 0;
 }
 
 u32 MD5::GetContextSize() const {
-  return sizeof(void*);
+  return MD5Area::kSize;
 }
 
 SHA256::~SHA256() {
@@ -132,19 +150,33 @@ u32 SHA256::GetDigestSize() const {
 }
 
 bool SHA256::InitWithContext(void* area, u32 areaSize) {
-  return OpenInArea(DigestKind::kSHA256, area, areaSize);
+  return OpenIn(SHA256Area(area, areaSize), DigestKind::kSHA256);
 }
 
 bool SHA256::UpdateWithContext(void* area, u32 areaSize, const void* data, u32 size) {
-  return Add(StateInArea(area, areaSize), data, size);
+  return AddIn(SHA256Area(area, areaSize), data, size);
 }
 
 bool SHA256::FinalWithContext(void* area, u32 areaSize) {
-  return FinishInArea(area, areaSize, digest_, sizeof(digest_));
+  return FinishIn(SHA256Area(area, areaSize));
+}
+
+const char* SHA256::GetHexDigestWithContext(void* area, u32 areaSize, bool upperCase) const {
+  SHA256Area context(area, areaSize);
+  return context.IsUsable() ? context.WriteHex(upperCase) : nullptr;
+}
+
+const u8* SHA256::GetDigestWithContext(const void* area, u32 areaSize) const {
+  const SHA256Area context(const_cast<void*>(area), areaSize);
+  return context.IsUsable() ? context.Digest() : nullptr;
+}
+
+u32 SHA256::GetDigestSizeWithContext(const void* area, u32 areaSize) const {
+  return SHA256Area(const_cast<void*>(area), areaSize).IsUsable() ? sizeof(digest_) : 0;
 }
 
 u32 SHA256::GetContextSize() const {
-  return sizeof(void*);
+  return SHA256Area::kSize;
 }
 
 }  // namespace Velmar::Hashes

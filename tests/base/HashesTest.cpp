@@ -100,11 +100,11 @@ TEST(CRC32, BytesThatAreNotThereAreRefused) {
   const u32 before = hash.GetValue();
   EXPECT_FALSE(hash.Update(nullptr, 1));
   EXPECT_EQ(hash.GetValue(), before);
-  u8 area[4];
+  u8 area[64];
   ASSERT_TRUE(hash.InitWithContext(area, sizeof(area)) && hash.UpdateWithContext(area, sizeof(area), "123456789", 9));
   EXPECT_FALSE(hash.UpdateWithContext(area, sizeof(area), nullptr, 1));
   ASSERT_TRUE(hash.FinalWithContext(area, sizeof(area)));
-  EXPECT_STREQ(hash.GetHexDigest(false), "2639f4cb");
+  EXPECT_STREQ(hash.GetHexDigestWithContext(area, sizeof(area), false), "2639f4cb");
 }
 
 class EveryHash : public testing::TestWithParam<const char*> {
@@ -165,33 +165,57 @@ TEST_P(EveryHash, TextThatIsNotThereIsRefused) {
   EXPECT_FALSE(hash_->ComputeFromString(nullptr, kNone));
 }
 
+// Room for the area of any hash, at an odd address.
+struct HashRoom {
+  u8 room[513];
+  u8* area = room + 1;
+  HashRoom() { std::memset(room, 0xEE, sizeof(room)); }
+};
+
 TEST_P(EveryHash, StateMayLieInAnArea) {
   const std::string abc = HexOf(*hash_, "abc");
+  const std::string x = HexOf(*hash_, "x");
   const u32 size = hash_->GetContextSize();
-  alignas(std::max_align_t) u8 area[512];
-  alignas(std::max_align_t) u8 other[512];
-  ASSERT_LE(size, sizeof(area));
-  std::memset(area, 0xEE, sizeof(area));
-  // Two runs side by side do not disturb each other.
-  ASSERT_TRUE(hash_->InitWithContext(area, size) && hash_->InitWithContext(other, size));
-  ASSERT_TRUE(hash_->UpdateWithContext(area, size, "ab", 2));
-  ASSERT_TRUE(hash_->UpdateWithContext(other, size, "x", 1));
-  ASSERT_TRUE(hash_->UpdateWithContext(area, size, "c", 1));
-  ASSERT_TRUE(hash_->FinalWithContext(other, size));
-  EXPECT_NE(hash_->GetHexDigest(false), abc);
-  ASSERT_TRUE(hash_->FinalWithContext(area, size));
-  EXPECT_EQ(hash_->GetHexDigest(false), abc);
+  HashRoom one;
+  HashRoom other;
+  ASSERT_LE(size, 512U);
+  // Two runs side by side disturb neither each other nor the object.
+  ASSERT_TRUE(hash_->InitWithContext(one.area, size) && hash_->InitWithContext(other.area, size));
+  ASSERT_TRUE(hash_->UpdateWithContext(one.area, size, "ab", 2));
+  ASSERT_TRUE(hash_->UpdateWithContext(other.area, size, "x", 1));
+  ASSERT_TRUE(hash_->UpdateWithContext(one.area, size, "c", 1));
+  ASSERT_TRUE(hash_->FinalWithContext(one.area, size));
+  ASSERT_TRUE(hash_->FinalWithContext(other.area, size));
+  EXPECT_EQ(hash_->GetHexDigestWithContext(one.area, size, false), abc);
+  EXPECT_EQ(hash_->GetHexDigestWithContext(other.area, size, false), x);
+  EXPECT_EQ(hash_->GetHexDigest(false), x) << "of the last computation in the object";
+  EXPECT_EQ(one.area[size], 0xEE) << "nothing is written behind the area";
+}
+
+TEST_P(EveryHash, DigestInAnAreaIsThatOfTheObject) {
+  const u32 size = hash_->GetContextSize();
+  HashRoom room;
+  ASSERT_TRUE(hash_->InitWithContext(room.area, size) && hash_->UpdateWithContext(room.area, size, "abc", 3) &&
+              hash_->FinalWithContext(room.area, size));
+  HexOf(*hash_, "abc");
+  ASSERT_EQ(hash_->GetDigestSizeWithContext(room.area, size), hash_->GetDigestSize());
+  EXPECT_EQ(std::memcmp(hash_->GetDigestWithContext(room.area, size), hash_->GetDigest(), hash_->GetDigestSize()), 0);
+  EXPECT_STREQ(hash_->GetHexDigestWithContext(room.area, size, true), hash_->GetHexDigest(true));
 }
 
 TEST_P(EveryHash, AreaThatIsTooSmallIsRefused) {
-  alignas(std::max_align_t) u8 area[512];
   const u32 size = hash_->GetContextSize();
-  EXPECT_FALSE(hash_->InitWithContext(area, size - 1));
+  HashRoom room;
+  EXPECT_FALSE(hash_->InitWithContext(room.area, size - 1));
   EXPECT_FALSE(hash_->InitWithContext(nullptr, size));
-  ASSERT_TRUE(hash_->InitWithContext(area, size));
-  EXPECT_FALSE(hash_->UpdateWithContext(area, size - 1, "a", 1));
-  EXPECT_FALSE(hash_->FinalWithContext(area, size - 1));
-  EXPECT_TRUE(hash_->FinalWithContext(area, size));
+  ASSERT_TRUE(hash_->InitWithContext(room.area, size));
+  EXPECT_FALSE(hash_->UpdateWithContext(room.area, size - 1, "a", 1));
+  EXPECT_FALSE(hash_->FinalWithContext(room.area, size - 1));
+  EXPECT_EQ(hash_->GetDigestWithContext(room.area, size - 1), nullptr);
+  EXPECT_EQ(hash_->GetDigestWithContext(nullptr, size), nullptr);
+  EXPECT_EQ(hash_->GetHexDigestWithContext(room.area, size - 1, false), nullptr);
+  EXPECT_EQ(hash_->GetDigestSizeWithContext(room.area, size - 1), 0U);
+  EXPECT_TRUE(hash_->FinalWithContext(room.area, size));
 }
 
 INSTANTIATE_TEST_SUITE_P(Hashes, EveryHash, testing::Values("CRC32", "MD5", "SHA256"),

@@ -82,20 +82,35 @@ TYPED_TEST(EachDigest, OutsideInitAndFinalNothingIsTaken) {
   EXPECT_FALSE(hash.Final());
 }
 
+TYPED_TEST(EachDigest, BytesThatAreNotThereAreRefused) {
+  TypeParam hash;
+  EXPECT_FALSE(hash.ComputeFromBuffer(nullptr, 3));
+  ASSERT_TRUE(hash.Init());
+  EXPECT_FALSE(hash.Update(nullptr, 1));
+  EXPECT_TRUE(hash.Update("abc", 3));
+  EXPECT_TRUE(hash.Final());
+  EXPECT_EQ(hash.GetHexDigest(false), HexOf<TypeParam>("abc"));
+
+  u8 area[128];
+  ASSERT_TRUE(hash.InitWithContext(area, sizeof(area)));
+  EXPECT_FALSE(hash.UpdateWithContext(area, sizeof(area), nullptr, 1));
+  EXPECT_TRUE(hash.FinalWithContext(area, sizeof(area)));
+}
+
 TYPED_TEST(EachDigest, StateMayLieInTheCallersArea) {
-  alignas(std::max_align_t) u8 area[64];
+  u8 area[128];
   TypeParam hash;
   ASSERT_LE(hash.GetContextSize(), sizeof(area));
   ASSERT_TRUE(hash.InitWithContext(area, sizeof(area)));
   EXPECT_TRUE(hash.UpdateWithContext(area, sizeof(area), "abc", 3));
   EXPECT_TRUE(hash.FinalWithContext(area, sizeof(area)));
-  EXPECT_EQ(hash.GetHexDigest(false), HexOf<TypeParam>("abc"));
+  EXPECT_EQ(hash.GetHexDigestWithContext(area, sizeof(area), false), HexOf<TypeParam>("abc"));
   EXPECT_FALSE(hash.UpdateWithContext(area, sizeof(area), "abc", 3));
   EXPECT_FALSE(hash.FinalWithContext(area, sizeof(area)));
 }
 
 TYPED_TEST(EachDigest, AreaThatIsTooSmallIsRefused) {
-  u8 area[64] = {};
+  u8 area[128] = {};
   TypeParam hash;
   u32 tooSmall = hash.GetContextSize() - 1;
   EXPECT_FALSE(hash.InitWithContext(area, tooSmall));

@@ -2,13 +2,15 @@
 
 #include <zlib.h>
 
-#include <cstring>
-
+#include "Velmar/Hashes/HashArea.h"
 #include "Velmar/Utils/String.h"
 
 namespace Velmar::Hashes {
 
 namespace {
+
+constexpr u32 kDigestSize = 4;
+using Area = HashArea<u32, kDigestSize>;
 
 // False for bytes that are not there. zlib takes a null pointer as a request to start anew, so no bytes never reach it.
 bool Continue(u32& value, const void* data, u32 size) {
@@ -22,8 +24,8 @@ bool Continue(u32& value, const void* data, u32 size) {
   return true;
 }
 
-void StoreDigest(u32 value, u8 (&digest)[4]) {
-  for (u32 i = 0; i < sizeof(digest); ++i) {
+void StoreDigest(u32 value, u8* digest) {
+  for (u32 i = 0; i < kDigestSize; ++i) {
     digest[i] = static_cast<u8>(value >> (8 * i));
   }
 }
@@ -60,38 +62,52 @@ u32 CRC32::GetDigestSize() const {
 }
 
 bool CRC32::InitWithContext(void* area, u32 areaSize) {
-  if (area == nullptr || areaSize < GetContextSize()) {
+  Area context(area, areaSize);
+  if (!context.IsUsable()) {
     return false;
   }
-  std::memset(area, 0, sizeof(u32));
+  context.Begin(0);
   return true;
 }
 
 bool CRC32::UpdateWithContext(void* area, u32 areaSize, const void* data, u32 size) {
-  if (area == nullptr || areaSize < GetContextSize()) {
+  Area context(area, areaSize);
+  if (!context.IsUsable()) {
     return false;
   }
-  u32 value = 0;
-  std::memcpy(&value, area, sizeof(value));
+  u32 value = context.GetState();
   if (!Continue(value, data, size)) {
     return false;
   }
-  std::memcpy(area, &value, sizeof(value));
+  context.SetState(value);
   return true;
 }
 
 bool CRC32::FinalWithContext(void* area, u32 areaSize) {
-  if (area == nullptr || areaSize < GetContextSize()) {
+  const Area context(area, areaSize);
+  if (!context.IsUsable()) {
     return false;
   }
-  u32 value = 0;
-  std::memcpy(&value, area, sizeof(value));
-  StoreDigest(value, digest_);
+  StoreDigest(context.GetState(), context.Digest());
   return true;
 }
 
+const char* CRC32::GetHexDigestWithContext(void* area, u32 areaSize, bool upperCase) const {
+  Area context(area, areaSize);
+  return context.IsUsable() ? context.WriteHex(upperCase) : nullptr;
+}
+
+const u8* CRC32::GetDigestWithContext(const void* area, u32 areaSize) const {
+  const Area context(const_cast<void*>(area), areaSize);
+  return context.IsUsable() ? context.Digest() : nullptr;
+}
+
+u32 CRC32::GetDigestSizeWithContext(const void* area, u32 areaSize) const {
+  return Area(const_cast<void*>(area), areaSize).IsUsable() ? kDigestSize : 0;
+}
+
 u32 CRC32::GetContextSize() const {
-  return sizeof(u32);
+  return Area::kSize;
 }
 
 u32 CRC32::GetValue() const {

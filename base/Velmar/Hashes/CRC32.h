@@ -17,6 +17,9 @@ class RYL_API CRC32 : public GenericHash {
   bool InitWithContext(void* area, u32 areaSize) override;
   bool UpdateWithContext(void* area, u32 areaSize, const void* data, u32 size) override;
   bool FinalWithContext(void* area, u32 areaSize) override;
+  const char* GetHexDigestWithContext(void* area, u32 areaSize, bool upperCase) const override;
+  const u8* GetDigestWithContext(const void* area, u32 areaSize) const override;
+  u32 GetDigestSizeWithContext(const void* area, u32 areaSize) const override;
   u32 GetContextSize() const override;
 
   // The checksum of what was given so far, with or without Final.

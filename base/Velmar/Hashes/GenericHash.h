@@ -7,12 +7,13 @@
 namespace Velmar::Hashes {
 
 // Base of all hashes. Threads: thread-compatible.
-// The ...WithContext forms keep the state in a caller's area instead of the object (at least GetContextSize bytes,
-// aligned as for any object) and are otherwise the same. Errors: false when the crypto library refuses or an area is
-// too small.
+// Errors: false when the crypto library refuses, when bytes are not there, or when an area is too small.
+//
+// The ...WithContext forms keep everything in a caller's area of at least GetContextSize bytes, leave the object alone,
+// and are otherwise the same; one object may so serve many areas, from many threads. An area begun by InitWithContext
+// must see FinalWithContext, which releases what it holds, before it is begun anew or given up.
 class RYL_API GenericHash {
  public:
-  virtual ~GenericHash() = default;
   virtual bool Init() = 0;
   virtual bool Update(const void* data, u32 size) = 0;
   virtual bool Final() = 0;
@@ -20,10 +21,17 @@ class RYL_API GenericHash {
   virtual const char* GetHexDigest(bool upperCase) = 0;
   virtual const u8* GetDigest() const = 0;
   virtual u32 GetDigestSize() const = 0;
+
   virtual bool InitWithContext(void* area, u32 areaSize) = 0;
   virtual bool UpdateWithContext(void* area, u32 areaSize, const void* data, u32 size) = 0;
   virtual bool FinalWithContext(void* area, u32 areaSize) = 0;
+  // Both point into the area, null when that is too small.
+  virtual const char* GetHexDigestWithContext(void* area, u32 areaSize, bool upperCase) const = 0;
+  virtual const u8* GetDigestWithContext(const void* area, u32 areaSize) const = 0;
+  // 0 when the area is too small.
+  virtual u32 GetDigestSizeWithContext(const void* area, u32 areaSize) const = 0;
   virtual u32 GetContextSize() const = 0;
+  virtual ~GenericHash() = default;
 
   // Init, Update and Final in one. A length of -1 means up to the terminator.
   bool ComputeFromBuffer(const void* data, u32 size);

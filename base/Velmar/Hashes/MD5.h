@@ -20,8 +20,10 @@ class RYL_API MD5 : public GenericHash {
   u32 GetDigestSize() const override;
   bool InitWithContext(void* area, u32 areaSize) override;
   bool UpdateWithContext(void* area, u32 areaSize, const void* data, u32 size) override;
-  // Releases what InitWithContext took; the digest goes into this object.
   bool FinalWithContext(void* area, u32 areaSize) override;
+  const char* GetHexDigestWithContext(void* area, u32 areaSize, bool upperCase) const override;
+  const u8* GetDigestWithContext(const void* area, u32 areaSize) const override;
+  u32 GetDigestSizeWithContext(const void* area, u32 areaSize) const override;
   u32 GetContextSize() const override;
 
  private:

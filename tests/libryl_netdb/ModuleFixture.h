@@ -20,8 +20,8 @@ struct NetDBManagerTestAccess {
   static std::atomic<NetDB::Backlog*>& GetBacklog(NetDBManager& manager) { return manager.backlog; }
   static std::atomic<Velmar::OS::Event*>& GetWakeEvent(NetDBManager& manager) { return manager.wake_event; }
   static void* GetWorkerThread(NetDBManager& manager) { return manager.worker_thread; }
-  static void*& WorkerThread(NetDBManager& manager) { return manager.worker_thread; }
   static NetDB::ProtocolTable& GetProtocolTable(NetDBManager& manager) { return manager.protocol_table; }
+  static IntakeGate& GetGate(NetDBManager& manager) { return manager.gate; }
   static Velmar::Utils::String& GetPath(NetDBManager& manager) { return manager.db_path; }
   static ModuleHost* GetHost(NetDBManager& manager) { return manager.host; }
   static EventLookup* GetEventLookup(NetDBManager& manager) { return manager.event_lookup; }

@@ -107,6 +107,68 @@ TEST_F(WorkerControlTest, StopWithoutWorkerTurnsTheModuleOff) {
   EXPECT_TRUE(log.Entries().empty());
 }
 
+TEST_F(WorkerControlTest, StopFreesTheQueueWhenIntakeIsThroughWithIt) {
+  // No worker holds the stop up: its thread ended on a folder that is not there.
+  Access::GetPath(Manager()).Set("/nowhere");
+  ASSERT_TRUE(Access::StartWorker(Manager()));
+  std::thread control;
+  {
+    const IntakeGate::Passage passage(Access::GetGate(Manager()));
+    control = std::thread([this] { Access::StopWorker(Manager()); });
+    while (log.Count("ryl_netdb.StopTurnsOff") == 0) {
+      std::this_thread::yield();
+    }
+    for (int i = 0; i < 2000; ++i) {
+      std::this_thread::yield();
+    }
+    EXPECT_NE(Access::GetBacklog(Manager()), nullptr);
+    EXPECT_NE(Access::GetWakeEvent(Manager()), nullptr);
+  }
+  control.join();
+  ExpectNothingLeft();
+}
+
+// Holds each thread that logs EventStamped, which comes between intake's two readings of the switch.
+class HeldIntake {
+ public:
+  HeldIntake() { Velmar::Log::fnLogCallback = &Receive; }
+  ~HeldIntake() { Velmar::Log::fnLogCallback = nullptr; }
+
+  static std::atomic<bool> reached;
+  static std::atomic<bool> released;
+  static std::atomic<int> disabled;  // records of a refusal
+
+ private:
+  static void Receive(const Velmar::Log::Record& record, std::va_list) {
+    if (record.messageId == Messages::ryl_netdb::EventStamped::kId) {
+      reached = true;
+      while (!released) {
+        std::this_thread::yield();
+      }
+    }
+    disabled += record.messageId == Messages::ryl_netdb::ModuleDisabled::kId ? 1 : 0;
+  }
+};
+std::atomic<bool> HeldIntake::reached{false};
+std::atomic<bool> HeldIntake::released{false};
+std::atomic<int> HeldIntake::disabled{0};
+
+TEST_F(WorkerControlTest, EventOvertakenByAStopIsRefusedAsDisabled) {
+  const HeldIntake held;
+  ASSERT_TRUE(module->Start());
+  bool result = false;
+  std::thread intake([&] { result = Handle(Connection()); });
+  while (!HeldIntake::reached) {
+    std::this_thread::yield();
+  }
+  EXPECT_TRUE(module->Stop());
+  HeldIntake::released = true;
+  intake.join();
+  EXPECT_TRUE(result);
+  EXPECT_EQ(HeldIntake::disabled, 1);
+  EXPECT_TRUE(Velmar::Sim::ListFiles().empty());
+}
+
 // Counts what intake accepted: true from HandleEvent, without the record of a refusal on the way.
 class AcceptedEvents {
  public:
@@ -155,11 +217,17 @@ TEST_F(WorkerControlTest, NothingAcceptedIsLostWhenTheSwitchChangesBesideIntake)
       const auto event = Connection("203.0.113." + std::to_string(thread)).Build();
       while (!done) {
         events.Handle(*module, event);
+        std::this_thread::yield();
       }
     });
   }
   for (int toggle = 1; toggle <= kToggles; ++toggle) {
     policy.values[PolicyKey::kNetdbEnabled] = static_cast<u64>(1 - toggle % 2);
+    // Most stops come when the worker is at work, and a few before it is.
+    const u64 before = events.accepted;
+    while (toggle % 2 == 1 && toggle % 10 != 1 && events.accepted - before < static_cast<u64>(toggle % 8)) {
+      std::this_thread::yield();
+    }
     module->ApplySettings(&policy);
   }
   // The count of toggles is even: the worker runs, and Stop comes beside intake too.

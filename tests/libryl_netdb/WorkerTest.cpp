@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Velmar/OS/FileSystem.h"
@@ -114,6 +115,29 @@ TEST_F(WorkerTest, RunStoresWhatWasQueuedBeforeItEnds) {
   ASSERT_EQ(Rows().size(), 1U);
   EXPECT_EQ(Rows()[0].conns_total, 2U);
   EXPECT_EQ(log.Count("ryl_netdb.WorkerLeaves"), 1);
+}
+
+// An event that found the module on may be pushed after the worker's last turn.
+TEST_F(WorkerTest, RunWaitsForIntakeAndDrainsOnceMore) {
+  settings.netdb_enabled.Set(false);
+  wake.Signal();
+  std::thread worker;
+  {
+    const IntakeGate::Passage passage(gate);
+    worker = std::thread([this] { Worker(Parts()).Run(); });
+    while (log.Count("ryl_netdb.WorkerLeaves") == 0) {
+      std::this_thread::yield();
+    }
+    // A worker that did not wait would be through its last drain by then.
+    for (int i = 0; i < 2000; ++i) {
+      std::this_thread::yield();
+    }
+    EXPECT_EQ(log.Count("ryl_netdb.BacklogEmpty"), 1);
+    Push(1);
+  }
+  worker.join();
+  EXPECT_EQ(log.Count("ryl_netdb.BacklogEmpty"), 2);
+  ASSERT_EQ(Rows().size(), 1U);
 }
 
 TEST_F(WorkerTest, EveryDrainEndsWithOneEmptyPop) {

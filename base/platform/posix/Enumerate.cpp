@@ -20,8 +20,9 @@ struct Walk {
   bool withLinks;
 };
 
+// 0 for a time before the epoch.
 u64 ToMilliseconds(const struct statx_timestamp& time) {
-  return static_cast<u64>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
+  return time.tv_sec < 0 ? 0 : static_cast<u64>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
 }
 
 bool StatEntry(int folder, const char* name, int flags, struct statx& info) {

@@ -23,11 +23,21 @@ int ToDescriptor(void* handle) {
   return static_cast<int>(reinterpret_cast<std::intptr_t>(handle) - 1);
 }
 
-int OpenDescriptor(const char* path, int flags) {
+bool IsRegularFile(int descriptor) {
+  struct stat info = {};
+  return fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// Without O_NONBLOCK a pipe that stands where a file is expected would hold the caller up.
+int OpenRegularFile(const char* path, int flags) {
   int descriptor = -1;
   do {
-    descriptor = open(path, flags | O_CLOEXEC, kFileMode);
+    descriptor = open(path, flags | O_NONBLOCK | O_CLOEXEC, kFileMode);
   } while (descriptor < 0 && errno == EINTR);
+  if (descriptor >= 0 && !IsRegularFile(descriptor)) {
+    close(descriptor);
+    return -1;
+  }
   return descriptor;
 }
 
@@ -37,11 +47,6 @@ bool SyncDescriptor(int descriptor) {
     result = fsync(descriptor);
   } while (result != 0 && errno == EINTR);
   return result == 0;
-}
-
-bool IsRegularFile(int descriptor) {
-  struct stat info = {};
-  return fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
 }
 
 // Repeats `step(bytes done, bytes left)` until all is transferred, an error or the end of the file.
@@ -73,7 +78,7 @@ bool File::Create(const char* path, bool append, bool truncate) {
   if (path == nullptr || !File::Close()) {
     return false;
   }
-  int descriptor = OpenDescriptor(path, O_WRONLY | O_CREAT | (append ? O_APPEND : 0) | (truncate ? O_TRUNC : 0));
+  int descriptor = OpenRegularFile(path, O_WRONLY | O_CREAT | (append ? O_APPEND : 0) | (truncate ? O_TRUNC : 0));
   if (descriptor < 0) {
     return false;
   }
@@ -86,13 +91,8 @@ bool File::OpenRead(const char* path) {
   if (path == nullptr || !File::Close()) {
     return false;
   }
-  // Without O_NONBLOCK a pipe that stands where a file is expected would hold the caller up.
-  int descriptor = OpenDescriptor(path, O_RDONLY | O_NONBLOCK);
+  int descriptor = OpenRegularFile(path, O_RDONLY);
   if (descriptor < 0) {
-    return false;
-  }
-  if (!IsRegularFile(descriptor)) {
-    close(descriptor);
     return false;
   }
   handle_ = ToHandle(descriptor);

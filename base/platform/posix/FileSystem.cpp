@@ -61,28 +61,31 @@ bool SyncFoldersOfMove(const char* from, const char* to) {
   return std::strcmp(source, target) == 0 || SyncFolder(source);
 }
 
-// For file systems without an exclusive rename. A crash between the two steps leaves the file under both names.
-bool RenameByLink(const char* from, const char* to) {
-  if (link(from, to) != 0) {
-    return false;
-  }
-  if (unlink(from) != 0) {
-    unlink(to);
-    return false;
-  }
-  return true;
+// For file systems without an exclusive rename. What another process puts at `to` between the two steps is replaced. A
+// link and an unlink would see it, but cut off between them they leave one file under both names, and the next save
+// through `from` would overwrite in place what stands at `to`.
+bool RenameWhereNothingIs(const char* from, const char* to) {
+  struct stat info = {};
+  return !StatPath(to, true, info) && errno == ENOENT && rename(from, to) == 0;
 }
 
 bool RenameWithoutReplacing(const char* from, const char* to) {
   if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) {
     return true;
   }
-  return (errno == EINVAL || errno == ENOSYS) && RenameByLink(from, to);
+  return (errno == EINVAL || errno == ENOSYS) && RenameWhereNothingIs(from, to);
 }
 
+// What is saved in a new folder is only as durable as the folder's own name.
 bool MakeOneFolder(const char* path) {
-  struct stat info = {};
-  return mkdir(path, kFolderMode) == 0 || (stat(path, &info) == 0 && S_ISDIR(info.st_mode));
+  if (mkdir(path, kFolderMode) != 0) {
+    return FileSystem::DirectoryExists(path, false);
+  }
+  char parent[PATH_MAX];
+  if (!FolderOf(path, parent) || !SyncFolder(parent)) {
+    RYL_LOG(base, FolderSyncFailed, path);
+  }
+  return true;
 }
 
 }  // namespace
@@ -124,7 +127,7 @@ bool FileSystem::CreateDirectory(const char* path) {
 
 // Removing a name needs no right on the file itself, so that there is nothing to force.
 bool FileSystem::DeleteFile(const char* path, bool /*force*/, bool (*confirm)(const char*)) {
-  if (path == nullptr || (confirm != nullptr && !confirm(path))) {
+  if (path == nullptr || *path == '\0' || (confirm != nullptr && !confirm(path))) {
     return false;
   }
   return unlink(path) == 0 || errno == ENOENT || errno == ENOTDIR;

@@ -87,7 +87,7 @@ bool Threading::IsValidThreadHandle(void* handle) {
 
 bool Threading::WaitForThreadToEnd(void*& handle) {
   auto* thread = static_cast<Thread*>(handle);
-  if (thread == nullptr || pthread_join(thread->id, nullptr) != 0) {
+  if (thread == nullptr || pthread_equal(thread->id, pthread_self()) != 0 || pthread_join(thread->id, nullptr) != 0) {
     return false;
   }
   Memory::Free(thread);

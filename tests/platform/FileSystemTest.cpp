@@ -44,8 +44,8 @@ TEST_F(FileSystemContract, NoPathIsNothing) {
     EXPECT_FALSE(FileSystem::CreateDirectory(path));
     EXPECT_FALSE(FileSystem::MoveFile(path, Path("a").c_str()));
     EXPECT_FALSE(FileSystem::MoveFile(Path("a").c_str(), path));
+    EXPECT_FALSE(FileSystem::DeleteFile(path, false, nullptr));
   }
-  EXPECT_FALSE(FileSystem::DeleteFile(static_cast<const char*>(nullptr), false, nullptr));
 }
 
 TEST_F(FileSystemContract, CreateDirectoryMakesParentsAndAcceptsAnOldFolder) {

@@ -74,10 +74,31 @@ TEST_F(PosixFile, CloseGivesTheDescriptorBack) {
   EXPECT_THAT(DescriptorFlags(Path("a")), ElementsAre());
 }
 
-TEST_F(PosixFile, PipeIsNoFileToRead) {
+TEST_F(PosixFile, PipeIsNoFile) {
   ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
   File file;
   EXPECT_FALSE(file.OpenRead(Path("pipe").c_str()));
+  EXPECT_FALSE(file.Create(Path("pipe").c_str(), false, true)) << "nobody reads it";
+  int reader = open(Path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  EXPECT_FALSE(file.Create(Path("pipe").c_str(), false, true)) << "somebody reads it";
+  EXPECT_THAT(DescriptorFlags(Path("pipe")), ElementsAre(FD_CLOEXEC)) << "the reader's alone";
+  close(reader);
+}
+
+TEST_F(PosixFile, TimeBeforeTheEpochIsZero) {
+  Put("a", "");
+  const timespec times[] = {{-100000, 0}, {-100000, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, Path("a").c_str(), times, 0), 0);
+  auto note = [](const char*, const char*, u64, bool, OS::FileTimes& found, void* context) {
+    *static_cast<OS::FileTimes*>(context) = found;
+    return true;
+  };
+  OS::FileTimes found;
+  found.modified = 77;
+  Utils::String folder(machine_.Folder().c_str(), true);
+  ASSERT_TRUE(FileSystem::EnumerateFiles(folder, false, note, &found, true, true, false));
+  EXPECT_EQ(found.modified, 0U);
+  EXPECT_EQ(found.accessed, 0U);
 }
 
 TEST_F(PosixFile, LinksAreFollowedExceptInAListing) {
@@ -150,6 +171,31 @@ TEST_F(PosixFileDeathTest, MoveFileIsTrueWithARecordWhenOnlyTheFolderSyncFails) 
           log.Arguments("base.FolderSyncFailed") == std::vector<std::string>{Path("b")});
   };
   EXPECT_EXIT(moveWithoutSync(), ExitedWithCode(0), "");
+  EXPECT_EQ(Content("a"), "(missing)");
+  EXPECT_EQ(Content("b"), "content");
+}
+
+TEST_F(PosixFileDeathTest, CreateDirectoryIsTrueWithARecordWhenOnlyTheFolderSyncFails) {
+  auto makeWithoutSync = [this] {
+    LogCapture log;
+    bool made = FailSystemCall(SYS_fsync, EIO) && FileSystem::CreateDirectory(Path("outer/inner").c_str()) &&
+                FileSystem::CreateDirectory(Path("outer/inner").c_str());
+    // One record for each folder that was made, none for those that were there.
+    Leave(made && log.Lines() == std::vector<std::string>(2, "3 base.FolderSyncFailed") &&
+          log.Arguments("base.FolderSyncFailed") == std::vector<std::string>{Path("outer/inner")});
+  };
+  EXPECT_EXIT(makeWithoutSync(), ExitedWithCode(0), "");
+  EXPECT_TRUE(FileSystem::DirectoryExists(Path("outer/inner").c_str(), false));
+}
+
+// Cut off between its steps, a link and an unlink would leave two names of one file.
+TEST_F(PosixFileDeathTest, MoveFileWithoutExclusiveRenameMakesNoSecondName) {
+  Put("a", "content");
+  auto move = [this] {
+    Leave(FailSystemCall(SYS_renameat2, EINVAL) && EndProcessOnSystemCall(SYS_link) &&
+          FileSystem::MoveFile(Path("a").c_str(), Path("b").c_str()));
+  };
+  EXPECT_EXIT(move(), ExitedWithCode(0), "");
   EXPECT_EQ(Content("a"), "(missing)");
   EXPECT_EQ(Content("b"), "content");
 }

@@ -16,6 +16,7 @@ class RYL_API File {
   File(const File&) = delete;
   File& operator=(const File&) = delete;
 
+  // Both openings close what is open first, and are false when that fails or when `path` is not a regular file.
   // Creates `path` for writing (mode 0600) and truncates an old file. Called with false, true.
   bool Create(const char* path, bool append, bool truncate);
   virtual bool OpenRead(const char* path);

@@ -24,9 +24,10 @@ class RYL_API FileSystem {
   static bool FileExists(const char* path, bool noFollow);
   static bool DirectoryExists(const char* path, bool noFollow);
   static bool DirectoryExists(const Utils::String& path, bool noFollow);
-  // Mode 0700. Missing parents are made. True if the directory is there afterwards.
+  // Mode 0700. Missing parents are made. True if the directory is there afterwards. The folder above a new one is
+  // synced; when only that failed the result is true, with a level 3 record.
   static bool CreateDirectory(const char* path);
-  // True if no such file is there afterwards. Called with false and null.
+  // True if no such file is there afterwards; false for a null or empty path. Called with false and null.
   static bool DeleteFile(const char* path, bool force, bool (*confirm)(const char*));
   static bool DeleteFile(Utils::String& path, bool force, bool (*confirm)(const char*));
   // Renames. Never replaces: false if `to` exists. The folder is synced; when the rename worked and only that sync

@@ -7,6 +7,7 @@
 #include "Velmar/Utils/ScopedDuration.h"
 #include "common/netdb_storage/IPDB.h"
 #include "common/netdb_storage/StorageLog.h"
+#include "common/netdb_storage/TableArray.h"
 
 namespace RYL::NetDB {
 
@@ -119,7 +120,7 @@ bool IPDB<T>::SyncWith(DayStore& store) {
     return false;
   }
   initialised = true;
-  rows.Empty();
+  EmptyTable(rows, kMaxRows, RowTable::kGrowthStep);
   bool good = true;
   store.Apply(
       RowTable::Key<T>(), false,
@@ -131,6 +132,7 @@ bool IPDB<T>::SyncWith(DayStore& store) {
       this);
   if (!good) {
     RYL_LOG(netdb_storage, AddressTableNotRead);
+    EmptyTable(rows, kMaxRows, RowTable::kGrowthStep);
   }
   return good;
 }

@@ -37,9 +37,11 @@ const T* ElementsOf(const Array<T>& array, u32& count) {
   return array.data;
 }
 
-bool HasRoomForOneMore(Array<u32>& numbers) {
-  ScopedLock lock(numbers.mutex);
-  return numbers.count < numbers.capacity || numbers.Grow();
+// A ceiling that came from a file may be below the capacity.
+template <class T>
+bool HasRoomForOneMore(Array<T>& array) {
+  ScopedLock lock(array.mutex);
+  return (array.count < array.capacity && array.count < array.maxCapacity) || array.Grow();
 }
 
 }  // namespace
@@ -150,7 +152,7 @@ u32 ProcessesDB::AppendRecord(const Process& process) {
     return kNone;
   }
   ScopedLock lock(records.mutex);
-  if (records.count >= records.capacity && !records.Grow()) {
+  if (!HasRoomForOneMore(records)) {
     RYL_LOG(netdb_storage, ProcessTableFull, records.count);
     RYL_LOG(netdb_storage, ProcessNotAdded);
     return kNone;

@@ -5,6 +5,7 @@
 #include "Velmar/Utils/ScopedDuration.h"
 #include "common/netdb_storage/ProcessesDB.h"
 #include "common/netdb_storage/StorageLog.h"
+#include "common/netdb_storage/TableArray.h"
 
 namespace RYL::NetDB {
 
@@ -69,7 +70,7 @@ bool ProcessesDB::SyncWith(DayStore& store) {
 // A store without the key gives an empty table.
 bool ProcessesDB::ReadFrom(DayStore& store) {
   bool good = true;
-  records.Empty();
+  EmptyTable(records, kMaxRecords, kRecordsStep);
   store.Apply(
       kKey, false,
       [this, &good](Buffer& value, bool, void*) {
@@ -83,7 +84,7 @@ bool ProcessesDB::ReadFrom(DayStore& store) {
 
 // The index arrays must never point at rows that are not there.
 void ProcessesDB::Empty() {
-  records.Empty();
+  EmptyTable(records, kMaxRecords, kRecordsStep);
   sorted_index.Empty();
   free_slots.Empty();
   serialized_size = kFrameSize;

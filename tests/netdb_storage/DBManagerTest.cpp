@@ -307,6 +307,46 @@ TEST_F(DBManagerTest, TablesThatCannotBeLoadedRefuseTheFile) {
   EXPECT_TRUE(manager.SyncWith(DayPath(kDay).c_str(), true));
 }
 
+// What a file says about its arrays ends with it, or the next day's file could not be read again.
+TEST_F(DBManagerTest, ParametersOfARefusedFileDoNotReachTheNextDay) {
+  for (const char* key : {"p", "4"}) {
+    for (const std::vector<u8>& frame : {std::vector<u8>{1, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0, 0, 0x10},     // no growth
+                                         std::vector<u8>{1, 0, 9, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0x90}}) {  // too many
+      Sim::RemoveFile(DayPath(kNextDay));
+      {
+        DBManager writer;
+        ASSERT_TRUE(writer.SetFolder(kFolder));
+        ASSERT_TRUE(writer.Add(MakeMessage(kDay, kAddress, 1), nullptr));
+        ASSERT_TRUE(writer.Flush());
+        ASSERT_TRUE(Access::Store(writer)->Apply(
+            key, false,
+            [&frame](Buffer& value, bool, void*) {
+              value.Reset();
+              return value.PushBuffer(frame.data(), 14) != kNone;
+            },
+            nullptr));
+        ASSERT_TRUE(Access::Store(writer)->Save());
+      }
+      DBManager victim;
+      ASSERT_TRUE(victim.SetFolder(kFolder));
+      EXPECT_FALSE(victim.SelectDay(kDay));
+      const Process one = MakeProcess("/bin/a");
+      const Process two = MakeProcess("/bin/b");
+      ASSERT_TRUE(victim.Add(MakeMessage(kNextDay, kAddress, 1), &one));
+      ASSERT_TRUE(victim.Add(MakeMessage(kNextDay, kAddress, 2), &two));
+      ASSERT_TRUE(victim.Flush());
+      DBManager reader;
+      EXPECT_TRUE(reader.SyncWith(DayPath(kNextDay).c_str(), true));
+      EXPECT_EQ(reader.GetRowCount(), 2U);
+      EXPECT_EQ(ProcessesDBTestAccess::Records(Access::Processes(reader)).flagWord, 0x10000064U);
+      EXPECT_EQ(ProcessesDBTestAccess::Records(Access::Processes(reader)).maxCapacity, 0x20000U);
+      EXPECT_EQ(IPDBTestAccess<IPv4>::Rows(Access::Ips(reader)).flagWord, 0x10000400U);
+      EXPECT_EQ(IPDBTestAccess<IPv4>::Rows(Access::Ips(reader)).maxCapacity, 0x40000U);
+      Sim::RemoveFile(DayPath(kDay));
+    }
+  }
+}
+
 TEST_F(DBManagerTest, NullPathIsRefused) {
   LogCapture log;
   EXPECT_FALSE(manager.SyncWith(nullptr, true));

@@ -223,6 +223,27 @@ TEST_F(IPDBTest, ValueThatCannotBeReadLeavesAnEmptyTable) {
   }
 }
 
+// A file may bring a ceiling below the room that the table has; past it the next load would be refused.
+TEST_F(IPDBTest, CeilingOfAFileHoldsBelowTheCapacity) {
+  MemoryStore store;
+  for (u16 port = 0; port < 3; ++port) {
+    ASSERT_TRUE(Add(Address(10, 0, 0, 1), port));
+  }
+  ASSERT_TRUE(table.Flush(store));
+  std::vector<u8> bytes = store.Get("4");
+  bytes[6] = 3;
+  bytes[8] = 0;
+  store.Put("4", bytes);
+  ASSERT_TRUE(table.SyncWith(store));
+  LogCapture log;
+  EXPECT_FALSE(Add(Address(10, 0, 0, 1), 9));
+  EXPECT_EQ(log.Lines(), (Lines{"3 velmar.ArrayCeilingReached", "5 netdb_storage.AddressTableFull",
+                                "5 netdb_storage.RowNotInserted"}));
+  ASSERT_TRUE(table.Flush(store));
+  EXPECT_TRUE(table.SyncWith(store));
+  EXPECT_EQ(table.GetCount(), 3U);
+}
+
 TEST_F(IPDBTest, SetUpWithoutMemoryFailsAndCanBeRepeated) {
   MemoryStore store;
   CountingAllocator allocator;

@@ -132,6 +132,23 @@ TEST_F(ProcessesDBStoreTest, MoreRowsThanAnIndexMayHoldAreRefused) {
   EXPECT_EQ(loaded.GetCount(), 0U);
 }
 
+// Past the ceiling that a file brings the next load would be refused.
+TEST_F(ProcessesDBStoreTest, CeilingOfAFileHoldsBelowTheCapacity) {
+  std::vector<ProcessRecord> rows(3);
+  for (u32 i = 0; i < 3; ++i) {
+    rows[i].proc_pid = i;
+  }
+  store.Put("p", Rows(rows, 3));
+  ASSERT_TRUE(processes.SyncWith(store));
+  LogCapture log;
+  EXPECT_EQ(processes.Add(MakeProcess("/new")), kNone);
+  EXPECT_EQ(log.Lines(), (Lines{"3 velmar.ArrayCeilingReached", "5 netdb_storage.ProcessTableFull",
+                                "5 netdb_storage.ProcessNotAdded"}));
+  ASSERT_TRUE(processes.Flush(store));
+  EXPECT_TRUE(processes.SyncWith(store));
+  EXPECT_EQ(processes.GetCount(), 3U);
+}
+
 TEST_F(ProcessesDBStoreTest, FreeSlotWithContentIsNoticedAndStaysFree) {
   std::vector<ProcessRecord> rows(2);
   rows[0].ref_count = -1;

@@ -1,4 +1,4 @@
-// ModuleTest: a module object on the simulated platform, with a fake host; its test access.
+// ModuleTest: a module object on the simulated platform, with a fake host.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,34 +8,10 @@
 
 #include "Velmar/Collections/ModuleMemory.h"
 #include "Velmar/OS/Path.h"
-#include "common/libryl_netdb/NetDBManager.h"
 #include "platform/sim/Sim.h"
+#include "tests/libryl_netdb/ManagerAccess.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/LogCapture.h"
-
-namespace RYL::Module {
-
-struct NetDBManagerTestAccess {
-  static Settings& GetSettings(NetDBManager& manager) { return manager.settings; }
-  static std::atomic<NetDB::Backlog*>& GetBacklog(NetDBManager& manager) { return manager.backlog; }
-  static std::atomic<Velmar::OS::Event*>& GetWakeEvent(NetDBManager& manager) { return manager.wake_event; }
-  static void* GetWorkerThread(NetDBManager& manager) { return manager.worker_thread; }
-  static NetDB::ProtocolTable& GetProtocolTable(NetDBManager& manager) { return manager.protocol_table; }
-  static IntakeGate& GetGate(NetDBManager& manager) { return manager.gate; }
-  static Velmar::Utils::String& GetPath(NetDBManager& manager) { return manager.db_path; }
-  static ModuleHost* GetHost(NetDBManager& manager) { return manager.host; }
-  static EventLookup* GetEventLookup(NetDBManager& manager) { return manager.event_lookup; }
-  static FileHashService* GetFileHashService(NetDBManager& manager) { return manager.file_hash_service; }
-  static bool ReadSettings(NetDBManager& manager, SettingsSource* source) { return manager.ReadSettings(source); }
-  static bool StartWorker(NetDBManager& manager) { return manager.StartWorker(); }
-  static void StopWorker(NetDBManager& manager) { manager.StopWorker(); }
-};
-
-}  // namespace RYL::Module
-
-// The exports of the library, linked in.
-extern "C" RYL::Module::Interface* Init(RYL::Module::ModuleAllocator* allocator);
-extern "C" void Uninit();
 
 // Policy keys, as a host knows them.
 namespace PolicyKey {

@@ -6,7 +6,7 @@ line), and prints one JSON object a row, sorted. Times are epoch seconds; number
 
 usage: expected_rows.py [--local ADDRESS|NETWORK,...] [--summary] FILE...
 
---summary prints the numbers of the import's summary instead, as one JSON object.
+--summary adds a last line with the numbers of the import's summary, as one JSON object.
 """
 import argparse
 import collections
@@ -269,10 +269,9 @@ def main():
         read = sysmon.read if path in kinds[True] else ZeekLog().read
         for line in lines_of(path):
             rows.read_line(read, line)
+    rows.print()
     if arguments.summary:
         print(json.dumps(rows.summary, sort_keys=True))
-    else:
-        rows.print()
 
 
 if __name__ == "__main__":

@@ -1,0 +1,88 @@
+// A module that misbehaves on request: the type of an event says how.
+#include <new>
+
+#include "RYL/Events/Records.h"
+#include "RYL/Module/Interface.h"
+#include "common/libryl_netdb/ModuleLog.h"
+#include "common/netdb_storage/StorageLog.h"
+#include "tests/host/FakeModule.h"
+
+namespace {
+
+using namespace RYL;
+
+template <class T>
+T At(const void* event, u32 offset) {
+  T value;
+  __builtin_memcpy(&value, static_cast<const char*>(event) + offset, sizeof(T));
+  return value;
+}
+
+class FakeModule final : public Module::Interface {
+ public:
+  bool HandleEvent(const void* event, Events::ExternalData* /*external*/) override {
+    switch (At<u32>(event, Events::ConnectionEvent::kHeader)) {
+      case kFakeFull:
+        return RefuseAsFull(At<u16>(event, Events::ConnectionEvent::kPort));
+      case kFakeRefuse:
+        RYL_LOG(ryl_netdb, NoBacklog, 1);
+        return false;
+      case kFakeNoWakeUp:
+        RYL_LOG(ryl_netdb, WorkerNotSignalled, 185);
+        return false;
+      case kFakeLose:
+        RYL_LOG(ryl_netdb, AddGivenUp, 3);
+        return true;
+      case kFakeDumpFails:
+        RYL_LOG(ryl_netdb, DumpFailed);
+        return true;
+      case kFakeLastDumpFails:
+        lastDumpFails_ = true;
+        return true;
+      case kFakeWorkerEnds:
+        RYL_LOG(ryl_netdb, WorkerFolderRefused, "/nowhere");
+        return RefuseAsFull(1);
+      default:
+        return true;
+    }
+  }
+  bool Start() override { return true; }
+  bool Operation4() override { return true; }
+  bool Operation5() override { return true; }
+  bool Stop() override {
+    if (lastDumpFails_) {
+      RYL_LOG(netdb_storage, LastDumpFailed, 86400);
+    }
+    return true;
+  }
+  void ApplySettings(Module::SettingsSource* /*settings*/) override {}
+  bool Operation8() override { return true; }
+  void GetSubscribedEvents(Module::SubscribedEvents& /*out*/) override {}
+  void* QueryInterface(i32 /*id*/) override { return nullptr; }
+  bool Initialize(Module::ModuleHost* /*host*/, Module::SettingsSource* /*settings*/) override { return true; }
+  u32 Operation16() override { return 0; }
+
+ private:
+  // Full for the first `times` calls in a row.
+  bool RefuseAsFull(u32 times) {
+    if (refusals_ < times) {
+      ++refusals_;
+      RYL_LOG(ryl_netdb, BacklogFull, 1);
+      RYL_LOG(ryl_netdb, EventNotQueued, 185);
+      return false;
+    }
+    refusals_ = 0;
+    return true;
+  }
+
+  u32 refusals_ = 0;
+  bool lastDumpFails_ = false;
+};
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) Module::Interface* Init(Module::ModuleAllocator* /*allocator*/) {
+  return new (std::nothrow) FakeModule;
+}
+
+extern "C" __attribute__((visibility("default"))) void Uninit() {}

@@ -1,0 +1,104 @@
+#include "host/commands/HistoryReader.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/host/History.h"
+#include "tests/host/TemporaryFolder.h"
+
+namespace {
+
+using namespace Host;
+using namespace Host::Commands;
+using Result = HistoryReader::Result;
+
+constexpr u64 kDay = 1699920000;
+constexpr u64 kNextDay = kDay + 86400;
+
+class HistoryReaderTest : public testing::Test {
+ protected:
+  // Last octets of the addresses in the range, in order.
+  std::vector<int> Octets(u64 since, u64 until, Result expected = Result::kDone) {
+    std::vector<int> octets;
+    EXPECT_EQ(reader_.Read({since, until},
+                           [&octets](const HistoryReader::Row& row) {
+                             octets.push_back(row.address[3]);
+                             return true;
+                           }),
+              expected);
+    return octets;
+  }
+
+  std::string DayFile(u64 day) { return folder_.Path("netdb/" + std::to_string(day) + ".db"); }
+
+  TemporaryFolder folder_;
+  HistoryReader reader_{folder_.Path()};
+};
+
+TEST_F(HistoryReaderTest, DaysComeInOrder) {
+  PutHistory(folder_.Path(), {{kNextDay + 5, 3}, {kDay + 5, 1}, {kNextDay + 86400, 4}, {kDay + 6, 2}});
+  EXPECT_THAT(Octets(0, ~u64{0}), testing::ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(HistoryReaderTest, BothEndsOfTheRangeCount) {
+  PutHistory(folder_.Path(), {{kDay + 100, 1}, {kDay + 200, 2}, {kDay + 300, 3}});
+  EXPECT_THAT(Octets(kDay + 100, kDay + 200), testing::ElementsAre(1, 2));
+  EXPECT_THAT(Octets(kDay + 101, kDay + 199), testing::IsEmpty());
+  EXPECT_THAT(Octets(kDay + 300, kDay + 300), testing::ElementsAre(3));
+  EXPECT_THAT(Octets(kDay + 301, ~u64{0}), testing::IsEmpty());
+}
+
+TEST_F(HistoryReaderTest, RowThatSpansTheRangeIsIn) {
+  PutHistory(folder_.Path(), {{kDay + 100, 1, kDay + 900}});
+  EXPECT_THAT(Octets(kDay + 400, kDay + 500), testing::ElementsAre(1));
+  EXPECT_THAT(Octets(0, kDay + 100), testing::ElementsAre(1));
+  EXPECT_THAT(Octets(kDay + 900, ~u64{0}), testing::ElementsAre(1));
+  EXPECT_THAT(Octets(kDay + 901, ~u64{0}), testing::IsEmpty());
+  EXPECT_THAT(Octets(0, kDay + 99), testing::IsEmpty());
+}
+
+TEST_F(HistoryReaderTest, FilteredFileOfTheSameDayIsReadToo) {
+  PutHistory(folder_.Path(), {{kDay + 1, 1}});
+  std::filesystem::rename(DayFile(kDay), DayFile(kDay) + ".f");
+  PutHistory(folder_.Path() + "/other", {{kDay + 2, 2}});
+  std::filesystem::rename(folder_.Path("other/netdb/" + std::to_string(kDay) + ".db"), DayFile(kDay));
+  EXPECT_THAT(Octets(0, ~u64{0}), testing::UnorderedElementsAre(1, 2));
+}
+
+TEST_F(HistoryReaderTest, DamagedFileIsNamedAndTheOthersAreRead) {
+  PutHistory(folder_.Path(), {{kDay + 1, 1}, {kNextDay + 1, 2}});
+  folder_.Put("netdb/" + std::to_string(kDay) + ".db", "damaged");
+  EXPECT_THAT(Octets(0, ~u64{0}, Result::kPartial), testing::ElementsAre(2));
+  ASSERT_EQ(reader_.Problems().size(), 1U);
+  EXPECT_EQ(reader_.Problems()[0], DayFile(kDay) + " is damaged or cannot be read; its rows are missing");
+  EXPECT_THAT(Octets(kNextDay, ~u64{0}), testing::ElementsAre(2)) << "the damaged day is not asked for";
+}
+
+TEST_F(HistoryReaderTest, FileUnderAnotherDaysNameIsDamaged) {
+  PutHistory(folder_.Path(), {{kDay + 1, 1}});
+  std::filesystem::copy(DayFile(kDay), DayFile(kNextDay));
+  EXPECT_THAT(Octets(0, ~u64{0}, Result::kPartial), testing::ElementsAre(1));
+}
+
+TEST_F(HistoryReaderTest, OtherFilesAreLeftAlone) {
+  PutHistory(folder_.Path(), {{kDay + 1, 1}});
+  folder_.Put("netdb/" + std::to_string(kDay) + ".temp", "a save under way");
+  folder_.Put("netdb/cache.4.db", "x");
+  folder_.Put("netdb/" + std::to_string(kDay) + ".db.damaged", "x");
+  EXPECT_THAT(Octets(0, ~u64{0}), testing::ElementsAre(1));
+}
+
+TEST_F(HistoryReaderTest, MissingFolderIsAnErrorAndIsNotMade) {
+  EXPECT_THAT(Octets(0, ~u64{0}, Result::kNoFolder), testing::IsEmpty());
+  EXPECT_EQ(reader_.Problems()[0], "there is no history: the folder " + folder_.Path("netdb") + " does not exist");
+  EXPECT_FALSE(std::filesystem::exists(folder_.Path("netdb")));
+}
+
+TEST_F(HistoryReaderTest, SinkEndsTheWalkWithoutAProblem) {
+  PutHistory(folder_.Path(), {{kDay + 1, 1}, {kDay + 2, 2}, {kNextDay + 1, 3}});
+  int rows = 0;
+  EXPECT_EQ(reader_.Read({}, [&rows](const HistoryReader::Row& /*row*/) { return ++rows < 2; }), Result::kDone);
+  EXPECT_EQ(rows, 2);
+}
+
+}  // namespace

@@ -1,0 +1,214 @@
+#include "host/agent/ModuleSession.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+
+#include "host/Types.h"
+#include "host/agent/LogWatch.h"
+#include "host/agent/ProcessRegistry.h"
+#include "host/commands/HistoryReader.h"
+#include "host/events/ConnectionRecord.h"
+#include "tests/host/FakeModule.h"
+#include "tests/host/TemporaryFolder.h"
+
+namespace {
+
+using namespace Host;
+using Outcome = ModuleSession::Outcome;
+
+std::vector<u8> Event(u32 type, u16 port = 443) {
+  ConnectionRecord record;
+  record.type = type;
+  record.timeMs = 1700000000000;
+  record.address[0] = 203;
+  record.address[2] = 113;
+  record.address[3] = 1;
+  record.port = port;
+  record.directionCode = 1;
+  record.protocol = "tcp";
+  return PackConnection(record);
+}
+
+// A session with the fake module, open.
+struct FakeSession {
+  FakeSession() : session({}, FAKE_MODULE) {
+    std::string error;
+    EXPECT_TRUE(session.Open("/unused", error)) << error;
+  }
+  ModuleSession session;
+};
+
+TEST(ModuleSession, FullQueueIsToldFromOtherRefusals) {
+  FakeSession fake;
+  EXPECT_EQ(fake.session.Send(Event(185)), Outcome::kTaken);
+  EXPECT_EQ(fake.session.Send(Event(kFakeFull, 1)), Outcome::kQueueFull);
+  EXPECT_EQ(fake.session.Send(Event(kFakeRefuse)), Outcome::kRefused);
+}
+
+TEST(ModuleSession, SendWaitingTriesUntilTheQueueTakesIt) {
+  FakeSession fake;
+  EXPECT_TRUE(fake.session.SendWaiting(Event(kFakeFull, 5)));
+  EXPECT_TRUE(fake.session.Close());
+}
+
+TEST(ModuleSession, SendWaitingGivesOtherRefusalsBackAtOnce) {
+  FakeSession fake;
+  EXPECT_FALSE(fake.session.SendWaiting(Event(kFakeRefuse)));
+}
+
+TEST(ModuleSession, SendWaitingDoesNotWaitForAWorkerThatEnded) {
+  FakeSession fake;
+  EXPECT_FALSE(fake.session.SendWaiting(Event(kFakeWorkerEnds)));
+  EXPECT_FALSE(fake.session.Close());
+}
+
+TEST(ModuleSession, QueuedEventWithoutWakeUpIsTaken) {
+  FakeSession fake;
+  EXPECT_EQ(fake.session.Send(Event(kFakeNoWakeUp)), Outcome::kTaken);
+}
+
+TEST(ModuleSession, LostEventMakesCloseFail) {
+  FakeSession fake;
+  EXPECT_TRUE(fake.session.SendWaiting(Event(kFakeLose)));
+  EXPECT_FALSE(fake.session.Close());
+  EXPECT_EQ(fake.session.LostMessages(), 1U);
+  ASSERT_EQ(fake.session.Errors().size(), 1U);
+  EXPECT_EQ(fake.session.Errors()[0], "connection is lost after 3 retries");
+}
+
+TEST(ModuleSession, DumpThatIsMadeGoodLaterIsNoLoss) {
+  FakeSession fake;
+  EXPECT_TRUE(fake.session.SendWaiting(Event(kFakeDumpFails)));
+  EXPECT_TRUE(fake.session.Close());
+  EXPECT_EQ(fake.session.FailedDumps(), 1U);
+}
+
+TEST(ModuleSession, FailedLastDumpMakesCloseFail) {
+  FakeSession fake;
+  EXPECT_TRUE(fake.session.SendWaiting(Event(kFakeLastDumpFails)));
+  EXPECT_FALSE(fake.session.Close());
+  EXPECT_EQ(fake.session.FailedDumps(), 1U);
+}
+
+TEST(ModuleSession, FullQueueIsNoErrorToReport) {
+  FakeSession fake;
+  EXPECT_TRUE(fake.session.SendWaiting(Event(kFakeFull, 3)));
+  EXPECT_TRUE(fake.session.Errors().empty());
+}
+
+TEST(ModuleSession, ClosedSessionRefuses) {
+  FakeSession fake;
+  EXPECT_TRUE(fake.session.Close());
+  EXPECT_TRUE(fake.session.Close());
+  EXPECT_EQ(fake.session.Send(Event(185)), Outcome::kRefused);
+}
+
+TEST(ModuleSession, MissingLibraryIsAnError) {
+  ModuleSession session({}, "/nowhere/libryl_netdb.so");
+  std::string error;
+  EXPECT_FALSE(session.Open("/unused", error));
+  EXPECT_NE(error.find("cannot load the module"), std::string::npos) << error;
+}
+
+TEST(ModuleSession, LibraryThatIsNoModuleIsAnError) {
+  ModuleSession session({}, BASE_LIBRARY);
+  std::string error;
+  EXPECT_FALSE(session.Open("/unused", error));
+  EXPECT_NE(error.find("is not a module"), std::string::npos) << error;
+}
+
+TEST(ModuleSession, ModuleThatCannotStartSaysWhy) {
+  const TemporaryFolder folder;
+  ModuleSession session({});
+  std::string error;
+  EXPECT_FALSE(session.Open(folder.Put("file", ""), error));
+  EXPECT_NE(error.find("cannot create the database folder"), std::string::npos) << error;
+}
+
+TEST(ModuleSession, StoresWhatWasSentWithItsProcess) {
+  const TemporaryFolder folder;
+  ProcessRegistry processes;
+  processes.Put(9, 1234, "/usr/bin/curl");
+  RecordedHashes hashes;
+  FileDigests digests;
+  digests.md5.fill(0xAB);
+  hashes.Put("/usr/bin/curl", digests);
+  ConnectionRecord record;
+  record.timeMs = 1700000000000;
+  record.processPuid = 9;
+  record.address[0] = 203;
+  record.port = 443;
+  record.directionCode = 0;
+
+  ModuleSession session({&processes, &hashes});
+  std::string error;
+  ASSERT_TRUE(session.Open(folder.Path(), error)) << error;
+  EXPECT_EQ(session.Send(PackConnection(record)), Outcome::kTaken);
+  EXPECT_TRUE(session.Close());
+
+  int rows = 0;
+  Commands::HistoryReader reader(folder.Path());
+  EXPECT_EQ(reader.Read({},
+                        [&rows](const Commands::HistoryReader::Row& row) {
+                          ++rows;
+                          EXPECT_STREQ(row.proc_fpath, "/usr/bin/curl");
+                          EXPECT_EQ(row.proc_pid, 1234);
+                          EXPECT_EQ(row.proc_puid, 9U);
+                          EXPECT_EQ(row.proc_md5[15], 0xAB);
+                          EXPECT_EQ(row.conns_in, 1U);
+                          return true;
+                        }),
+            Commands::HistoryReader::Result::kDone);
+  EXPECT_EQ(rows, 1);
+}
+
+// Holds the module's worker back until it is opened.
+class GatedLookup final : public RYL::Module::EventLookup {
+ public:
+  bool GetEventById(u64 /*processPuid*/, RYL::Events::GenericEventHolder* /*holder*/) override {
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait(lock, [this] { return open_; });
+    return false;
+  }
+  void Open() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    open_ = true;
+    changed_.notify_all();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool open_ = false;
+};
+
+TEST(ModuleSession, FullQueueOfTheRealModuleLosesNothing) {
+  const TemporaryFolder folder;
+  GatedLookup gate;
+  ModuleSession session({&gate, nullptr});
+  std::string error;
+  ASSERT_TRUE(session.Open(folder.Path(), error)) << error;
+  const auto event = Event(185);
+  u64 taken = 0;
+  while (session.Send(event) == Outcome::kTaken) {
+    ++taken;
+    ASSERT_LE(taken, 1048577U) << "the ceiling, and the one that the worker holds";
+  }
+  ASSERT_GE(taken, 1048576U);
+  EXPECT_EQ(session.Send(event), Outcome::kQueueFull);
+  gate.Open();
+  EXPECT_TRUE(session.SendWaiting(event));
+  EXPECT_TRUE(session.Close());
+
+  u64 stored = 0;
+  Commands::HistoryReader reader(folder.Path());
+  reader.Read({}, [&stored](const Commands::HistoryReader::Row& row) {
+    stored += row.conns_total;
+    return true;
+  });
+  EXPECT_EQ(stored, taken + 1);
+}
+
+}  // namespace

@@ -21,6 +21,7 @@ if(RylProtobuf_FOUND AND NOT TARGET ryl_protobuf)
     IMPORTED_LOCATION ${RylProtobuf_LIBRARY}
     INTERFACE_INCLUDE_DIRECTORIES ${RylProtobuf_PREFIX}/include
     INTERFACE_COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>
-    INTERFACE_LINK_OPTIONS LINKER:--exclude-libs,ALL
+    # A program need not hide anything, and a fuzzer must not hide its runtime from the libraries that it loads.
+    INTERFACE_LINK_OPTIONS "$<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>>:LINKER:--exclude-libs,ALL>"
     INTERFACE_LINK_LIBRARIES Threads::Threads)
 endif()

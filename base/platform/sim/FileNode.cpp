@@ -31,18 +31,21 @@ void FileNode::SyncHalf() {
 
 void FileNode::LosePower(Random& random) {
   if (!unsynced_.empty()) {
-    switch (random() % 4) {
+    switch (random() % 5) {
       case 0:
         break;
       case 1:
         durable_ = content_;
         break;
       case 2:
-        ApplySomeToDisk(random);
+        ApplyFirstToDisk(random);
+        break;
+      case 3:
+        ApplyFirstToDisk(random);
+        GrowOnDisk();
         break;
       default:
-        ApplySomeToDisk(random);
-        durable_.resize(std::max(durable_.size(), content_.size()), '\0');
+        ApplyAnyToDisk(random);
         break;
     }
   }
@@ -50,7 +53,7 @@ void FileNode::LosePower(Random& random) {
   content_ = durable_;
 }
 
-void FileNode::ApplySomeToDisk(Random& random) {
+void FileNode::ApplyFirstToDisk(Random& random) {
   std::size_t whole = random() % unsynced_.size();
   for (std::size_t i = 0; i < whole; ++i) {
     ApplyTo(durable_, unsynced_[i]);
@@ -58,6 +61,29 @@ void FileNode::ApplySomeToDisk(Random& random) {
   Change cut = unsynced_[whole];
   cut.data.resize(random() % (cut.data.size() + 1));
   ApplyTo(durable_, cut);
+}
+
+void FileNode::ApplyAnyToDisk(Random& random) {
+  for (const Change& change : unsynced_) {
+    u64 fate = random() % 3;
+    if (fate == 0) {
+      continue;
+    }
+    Change part = change;
+    if (fate == 1) {
+      u64 first = random() % (change.data.size() + 1);
+      part.offset += first;
+      part.data = change.data.substr(first, random() % (change.data.size() - first + 1));
+    }
+    ApplyTo(durable_, part);
+  }
+  if (random() % 2 == 0) {
+    GrowOnDisk();
+  }
+}
+
+void FileNode::GrowOnDisk() {
+  durable_.resize(std::max(durable_.size(), content_.size()), '\0');
 }
 
 void FileNode::ApplyTo(std::string& content, const Change& change) {

@@ -24,9 +24,9 @@ class FileNode {
   // Makes all that was written durable, or the first half of the writes.
   void Sync();
   void SyncHalf();
-  // Leaves what is durable, and a part of the rest that `random` chooses: nothing, all, the first writes with the last
-  // of them cut short, or the same with zeroes up to the length that the file had (the length reached the disk, the
-  // data did not).
+  // Leaves what is durable, and a part of the rest that `random` chooses: nothing; all; the first writes with the last
+  // of them cut short; the same with zeroes up to the length that the file had (the length reached the disk, the data
+  // did not); or of each write all, some stretch or nothing, as a disk does that writes in an order of its own.
   void LosePower(Random& random);
 
  private:
@@ -37,7 +37,9 @@ class FileNode {
     std::string data;
   };
   static void ApplyTo(std::string& content, const Change& change);
-  void ApplySomeToDisk(Random& random);
+  void ApplyFirstToDisk(Random& random);
+  void ApplyAnyToDisk(Random& random);
+  void GrowOnDisk();
 
   std::string content_;
   std::string durable_;

@@ -86,9 +86,10 @@ RYL_API void SetDiskLimit(u64 bytes);
 // The machine dies now, as by kPowerCut.
 RYL_API void CutPower();
 // After kKill or kPowerCut: handles are gone, files work again. After a power cut `seed` decides, for each file with
-// unsynced data, how much of it stays (nothing, all, a prefix of the writes with the last cut short, or that and zeroes
-// up to the length that the file had), and how many of the unsynced renames, creations and deletions of each folder
-// stay (always a prefix of them; a rename from one folder to another stays whole or not at all).
+// unsynced data, how much of it stays (nothing; all; a prefix of the writes with the last cut short, with or without
+// zeroes up to the length that the file had; or of each write, in no order, all, a stretch or nothing), and how many of
+// the unsynced renames, creations and deletions of each folder stay (always a prefix of them, as on every file system
+// that keeps a journal; a rename from one folder to another stays whole or not at all).
 RYL_API void Reboot(u64 seed);
 
 // Direct access for tests, without faults or counting. What is put or removed is so durably, with all that happened in

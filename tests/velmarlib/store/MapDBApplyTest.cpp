@@ -427,6 +427,7 @@ TEST(MapDBDelete, LastEntryGoesAndTheNextOneStandsAlone) {
   ASSERT_TRUE(Put(store, "a", "1"));
   ASSERT_TRUE(store.Delete("a", true));
   EXPECT_EQ(KeysOf(store), Texts{});
+  EXPECT_EQ(MapDBTestAccess::Head(store), 0U) << "only the count says that the store is empty";
   ASSERT_TRUE(Put(store, "b", "2"));
   EXPECT_EQ(KeysOf(store), Texts{"b"});
   ASSERT_TRUE(Put(store, "c", "3"));

@@ -131,7 +131,7 @@ TEST(StoreBlock, CutBlockIsRefused) {
 }
 
 TEST(StoreBlock, WrongCrcReachesNeitherBinderNorZlib) {
-  std::string bytes = Sealed({5, 5, 100}, "xxxxx");
+  std::string bytes = Sealed({5, 5, 100}, "noise");
   bytes[17] = 'y';
   Texts calls;
   EXPECT_EQ(BlockRefusal(bytes, 4, nullptr, &calls), Lines{"3 velmar.StoreBlockCrcWrong"});
@@ -141,21 +141,21 @@ TEST(StoreBlock, WrongCrcReachesNeitherBinderNorZlib) {
 TEST(StoreBlock, BinderThatDoesNotDecipherFails) {
   AddingBinder settings;
   settings.deciphers = false;
-  EXPECT_EQ(BlockRefusal(Sealed({5, 5}, "xxxxx"), 12, &settings), Lines{"3 velmar.StoreBlockNotDeciphered"});
+  EXPECT_EQ(BlockRefusal(Sealed({5, 5}, "noise"), 12, &settings), Lines{"3 velmar.StoreBlockNotDeciphered"});
 }
 
 TEST(StoreBlock, DecipheredFormMayNotPassItsSizes) {
   AddingBinder settings;
   settings.surplus = 1;
-  EXPECT_EQ(BlockRefusal(Sealed({5, 5}, "xxxxx"), 12, &settings), Lines{"3 velmar.StoreBlockNotDeciphered"});
-  EXPECT_EQ(BlockRefusal(Sealed({5, 6}, "xxxxx"), 12), Lines{"3 velmar.StoreBlockSizeWrong"});
-  BlockReader exact(Sealed({5, 6}, "xxxxx"));
+  EXPECT_EQ(BlockRefusal(Sealed({5, 5}, "noise"), 12, &settings), Lines{"3 velmar.StoreBlockNotDeciphered"});
+  EXPECT_EQ(BlockRefusal(Sealed({5, 6}, "noise"), 12), Lines{"3 velmar.StoreBlockSizeWrong"});
+  BlockReader exact(Sealed({5, 6}, "noise"));
   exact.binder.surplus = 1;
   EXPECT_TRUE(exact.Read(12));
 }
 
 TEST(StoreBlock, BytesThatAreNoDeflateStreamFail) {
-  EXPECT_EQ(BlockRefusal(Sealed({5, 100}, "xxxxx"), 0), Lines{"3 velmar.StoreBlockNotDecompressed"});
+  EXPECT_EQ(BlockRefusal(Sealed({5, 100}, "noise"), 0), Lines{"3 velmar.StoreBlockNotDecompressed"});
   EXPECT_EQ(BlockRefusal(Sealed({0, 0}, ""), 0), Lines{"3 velmar.StoreBlockNotDecompressed"});
 }
 

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "Velmar/Collections/Array.h"
+#include "platform/sim/Sim.h"
+
 using Velmar::u32;
 using Velmar::u8;
 using Velmar::OS::Network;
@@ -228,6 +231,25 @@ TEST(Network, IPv6TextThatIsWrongIsRefused) {
   }
   UInt128 address;
   EXPECT_FALSE(Network::ConvertIPv6StringToBinary(nullptr, address));
+}
+
+TEST(Network, InterfaceListsFillAnArrayOfStrings) {
+  Velmar::Sim::SetInterfaceAddresses({"10.0.0.1", "127.0.0.1"}, {"::1"});
+  Velmar::Collections::Array<Velmar::Utils::String> addresses;
+  ASSERT_TRUE(Network::GetIPv4NetworkInterfaces(addresses));
+  ASSERT_TRUE(Network::GetIPv6NetworkInterfaces(addresses));
+  ASSERT_EQ(addresses.count, 3U);
+  EXPECT_STREQ(addresses.data[0].text, "10.0.0.1");
+  EXPECT_STREQ(addresses.data[1].text, "127.0.0.1");
+  EXPECT_STREQ(addresses.data[2].text, "::1");
+}
+
+TEST(Network, InterfaceListThatDoesNotFitFails) {
+  Velmar::Sim::SetInterfaceAddresses({"10.0.0.1", "127.0.0.1"}, {});
+  Velmar::Collections::Array<Velmar::Utils::String> addresses;
+  ASSERT_TRUE(addresses.Create(1, 1, 1, false, Velmar::Collections::GrowType::kFixedStep));
+  EXPECT_FALSE(Network::GetIPv4NetworkInterfaces(addresses));
+  EXPECT_EQ(addresses.count, 1U);
 }
 
 // Texts of every length over the characters of addresses; whatever is taken must come back equal when written and read.

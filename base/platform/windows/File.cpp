@@ -10,14 +10,21 @@ namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// Null when it cannot be opened. Handles are not inherited.
+// Null when it cannot be opened, or is a device or a pipe. Handles are not inherited.
 HANDLE OpenHandle(const char* path, DWORD access, DWORD disposition) {
   Platform::WidePath wide(path);
   if (wide.Text() == nullptr) {
     return nullptr;
   }
   HANDLE handle = CreateFileW(wide.Text(), access, kShareAll, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-  return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
+  if (handle == INVALID_HANDLE_VALUE) {
+    return nullptr;
+  }
+  if (GetFileType(handle) != FILE_TYPE_DISK) {
+    CloseHandle(handle);
+    return nullptr;
+  }
+  return handle;
 }
 
 // Repeats `step(bytes done, bytes left, moved)` until all is transferred, an error or the end of the file.
@@ -55,10 +62,6 @@ bool File::OpenRead(const char* path) {
     return false;
   }
   handle_ = OpenHandle(path, GENERIC_READ, OPEN_EXISTING);
-  if (handle_ != nullptr && GetFileType(handle_) != FILE_TYPE_DISK) {
-    CloseHandle(handle_);
-    handle_ = nullptr;
-  }
   return handle_ != nullptr;
 }
 

@@ -42,10 +42,13 @@ int CopyToTemporary(int from) {
   return descriptor;
 }
 
-int OpenByName(const std::string& name, bool rewindable) {
-  const int descriptor =
-      name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(name.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0 || !rewindable || lseek(descriptor, 0, SEEK_CUR) >= 0) {
+int OpenByName(const std::string& name) {
+  return name == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(name.c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+// `descriptor` itself, or a copy that can go back in its place; -1 on failure.
+int MadeRewindable(int descriptor) {
+  if (lseek(descriptor, 0, SEEK_CUR) >= 0) {
     return descriptor;
   }
   const int copy = CopyToTemporary(descriptor);
@@ -65,13 +68,18 @@ InputFile::~InputFile() {
 
 bool InputFile::Open(const std::string& name, bool rewindable) {
   name_ = name == "-" ? "standard input" : name;
-  const int descriptor = OpenByName(name, rewindable);
+  int descriptor = OpenByName(name);
   struct stat status = {};
-  if (descriptor < 0 || fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) {
-    error_ = "cannot read " + name_ + ": " + std::strerror(descriptor < 0 ? errno : EISDIR);
-    if (descriptor >= 0) {
-      close(descriptor);
-    }
+  if (descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
+    close(descriptor);
+    descriptor = -1;
+    errno = EISDIR;
+  }
+  if (descriptor >= 0 && rewindable) {
+    descriptor = MadeRewindable(descriptor);
+  }
+  if (descriptor < 0) {
+    error_ = "cannot read " + name_ + ": " + std::strerror(errno);
     return false;
   }
   reopenable_ = name != "-" && S_ISREG(status.st_mode);

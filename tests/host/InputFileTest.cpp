@@ -164,6 +164,7 @@ TEST_F(InputFileTest, PipeThatMustGoBackIsCopied) {
   const Pipe pipe(folder_, Compressed("a\nb\n"));
   InputFile input;
   ASSERT_TRUE(input.Open(pipe.Path(), true));
+  EXPECT_FALSE(input.IsReopenable());
   EXPECT_THAT(Lines(input), testing::ElementsAre("a", "b", "(end)"));
   ASSERT_TRUE(input.Rewind());
   EXPECT_THAT(Lines(input), testing::ElementsAre("a", "b", "(end)"));

@@ -2,11 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
-#include <mutex>
-
 #include "host/Types.h"
-#include "host/agent/LogWatch.h"
 #include "host/agent/ProcessRegistry.h"
 #include "host/commands/HistoryReader.h"
 #include "host/events/ConnectionRecord.h"
@@ -162,53 +158,6 @@ TEST(ModuleSession, StoresWhatWasSentWithItsProcess) {
                         }),
             Commands::HistoryReader::Result::kDone);
   EXPECT_EQ(rows, 1);
-}
-
-// Holds the module's worker back until it is opened.
-class GatedLookup final : public RYL::Module::EventLookup {
- public:
-  bool GetEventById(u64 /*processPuid*/, RYL::Events::GenericEventHolder* /*holder*/) override {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return open_; });
-    return false;
-  }
-  void Open() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    open_ = true;
-    changed_.notify_all();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool open_ = false;
-};
-
-TEST(ModuleSession, FullQueueOfTheRealModuleLosesNothing) {
-  const TemporaryFolder folder;
-  GatedLookup gate;
-  ModuleSession session({&gate, nullptr});
-  std::string error;
-  ASSERT_TRUE(session.Open(folder.Path(), error)) << error;
-  const auto event = Event(185);
-  u64 taken = 0;
-  while (session.Send(event) == Outcome::kTaken) {
-    ++taken;
-    ASSERT_LE(taken, 1048577U) << "the ceiling, and the one that the worker holds";
-  }
-  ASSERT_GE(taken, 1048576U);
-  EXPECT_EQ(session.Send(event), Outcome::kQueueFull);
-  gate.Open();
-  EXPECT_TRUE(session.SendWaiting(event));
-  EXPECT_TRUE(session.Close());
-
-  u64 stored = 0;
-  Commands::HistoryReader reader(folder.Path());
-  reader.Read({}, [&stored](const Commands::HistoryReader::Row& row) {
-    stored += row.conns_total;
-    return true;
-  });
-  EXPECT_EQ(stored, taken + 1);
 }
 
 }  // namespace

@@ -122,7 +122,7 @@ TEST_F(QueryCommandTest, TerminalGetsColourAndCutColumns) {
   unsetenv("NO_COLOR");
   const std::string text = QueryOnTerminal();
   EXPECT_THAT(text, testing::StartsWith("\x1B[1m"));
-  EXPECT_THAT(text, HasSubstr("\xE2\x80\xA6to/the/program"));
+  EXPECT_THAT(text, HasSubstr("\xE2\x80\xA6/to/the/program"));
 }
 
 TEST_F(QueryCommandTest, NoColorIsHonoured) {

@@ -222,7 +222,8 @@ TEST_F(FilterScheduleTest, FinishedJobIsJoinedInTheIdleState) {
 TEST_F(FilterScheduleTest, BackoffDoublesToADayAndOneGoodJobResetsIt) {
   steps.jobResult = FilterState::kFailed;
   schedule.Begin(false);
-  for (const u64 backoff : {1800000, 3600000, 7200000, 14400000, 28800000, 57600000, 86400000, 86400000, 86400000}) {
+  for (const u64 backoff :
+       {1800000U, 3600000U, 7200000U, 14400000U, 28800000U, 57600000U, 86400000U, 86400000U, 86400000U}) {
     SCOPED_TRACE(backoff);
     EXPECT_EQ(Access::Backoff(schedule), backoff);
     Turn();

@@ -87,7 +87,7 @@ TEST_F(HandleEventTest, TrafficReportCarriesItsBytes) {
 }
 
 TEST_F(HandleEventTest, OnlyType185IsANewConnectionAndOnlyType70HasBytes) {
-  for (const u32 type : {73, 75, 71, 72, 85, 92, 93, 98, 99, 100, 101, 104}) {
+  for (const u32 type : {73U, 75U, 71U, 72U, 85U, 92U, 93U, 98U, 99U, 100U, 101U, 104U}) {
     SCOPED_TRACE(type);
     EXPECT_TRUE(Handle(EventBuilder(type).Address("198.51.100.7").Protocol("tcp").Traffic(9, 9)));
     const BacklogMessage message = Queued();

@@ -38,7 +38,7 @@ class ModuleMemoryTest : public ::testing::Test {
  private:
   static bool Work(Interface& module) {
     bool taken = true;
-    for (const u64 timeMs : {1699900000000, 1700000000000}) {
+    for (const u64 timeMs : {1699900000000U, 1700000000000U}) {
       for (int i = 1; i <= 40; ++i) {
         const auto event = EventBuilder(185)
                                .Address("203.0.113." + std::to_string(i))

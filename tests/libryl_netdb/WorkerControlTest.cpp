@@ -46,7 +46,7 @@ TEST_F(WorkerControlTest, DisabledModuleDoesNotStart) {
 }
 
 TEST_F(WorkerControlTest, NoMemoryForTheQueueFails) {
-  for (const u64 failing : {0, 1}) {
+  for (const u64 failing : {0U, 1U}) {
     CountingAllocator memory;
     Velmar::Collections::SetModuleAllocator(&memory);
     Settings().netdb_enabled.Set(true);

@@ -42,13 +42,13 @@ class DBManager {
   using FileCallback = Velmar::Utils::Function<bool(const char* path, u64 day, u64 size)>;
   // Walks the day files of `folder` whose day lies in `from` to `to` (epoch seconds, rounded down to days), in the
   // order of the folder. Thread-safe.
-  static bool ForEachDBFile(const char* databaseFolder, bool skipToday, FileCallback callback, u64 from, u64 to);
+  static bool ForEachDBFile(const char* databaseFolder, bool skipToday, const FileCallback& callback, u64 from, u64 to);
 
   // Walks all rows of the folder's files that meet the constraints; rows in memory since the last dump are not seen. A
   // file that cannot be read is passed over (level 5). False when the folder is missing, a row points at a missing
   // process, or `sink` stopped the walk; rows given until then stay given. Thread-safe, each call with its own
   // constraints.
-  static bool Query(const char* databaseFolder, QueryConstraints& constraints, QuerySink sink);
+  static bool Query(const char* databaseFolder, QueryConstraints& constraints, const QuerySink& sink);
 
   [[nodiscard]] u32 GetRowCount() const { return ips.GetCount(); }
   [[nodiscard]] u64 GetDayStamp() const { return cryptor.GetDayStamp(); }

@@ -30,7 +30,8 @@ u64 StartOfDay(u64 second) {
 
 }  // namespace
 
-bool DBManager::ForEachDBFile(const char* databaseFolder, bool skipToday, FileCallback callback, u64 from, u64 to) {
+bool DBManager::ForEachDBFile(const char* databaseFolder, bool skipToday, const FileCallback& callback, u64 from,
+                              u64 to) {
   if (databaseFolder == nullptr) {
     RYL_LOG(netdb_storage, WalkWithoutFolder);
     return false;

@@ -66,7 +66,7 @@ IPFilter InRange(u64 day, u64 from, u64 to) {
 
 }  // namespace
 
-bool DBManager::Query(const char* databaseFolder, QueryConstraints& constraints, QuerySink sink) {
+bool DBManager::Query(const char* databaseFolder, QueryConstraints& constraints, const QuerySink& sink) {
   const ScopedDuration timed(
       [&constraints](double value, const char* unit) {
         RYL_LOG(netdb_storage, QueryTimed, constraints.ips_wanted.count, constraints.paths_wanted.count,

@@ -19,6 +19,10 @@ using Access = DBManagerTestAccess;
 // Which of the two memories fails: the module's, or the base library's.
 enum class Memory { kModule, kBase };
 
+void PrintTo(Memory memory, std::ostream* out) {
+  *out << (memory == Memory::kModule ? "module" : "base");
+}
+
 class MemoryTest : public FolderTest, public testing::WithParamInterface<Memory> {
  protected:
   MemoryTest() { Velmar::Collections::SetModuleAllocator(&allocator); }

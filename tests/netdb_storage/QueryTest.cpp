@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fstream>
+#include <iterator>
 
 #include "tests/netdb_storage/Folder.h"
 #include "tests/support/LogCapture.h"
@@ -345,6 +347,34 @@ TEST_F(QueryTest, FileThatVanishesIsPassedOver) {
     return true;
   }));
   EXPECT_EQ(found.records.size(), 1U);
+}
+
+// The seed was made by a script from the description of the format, not by this library.
+TEST_F(QueryTest, FileMadeByAnotherProgramIsRead) {
+  std::ifstream seed(DAY_FILE_SEEDS "/day", std::ios::binary);
+  const std::string content((std::istreambuf_iterator<char>(seed)), std::istreambuf_iterator<char>());
+  ASSERT_FALSE(content.empty());
+  Sim::PutFile(DayPath(kNextDay), content);
+  LogCapture log;
+  const Rows found = AllRows();
+  EXPECT_EQ(log.Lines(3), Lines{});
+  EXPECT_EQ(found.Ports(), (Ports{80, 80, 443, 22, 53}));
+  const char* const paths[] = {"/bin/a", "/bin/b", "/bin/b", "/usr/bin/c", ""};
+  for (std::size_t i = 0; i < found.records.size(); ++i) {
+    const QueryRecord& record = found.records[i];
+    EXPECT_STREQ(record.proc_fpath, paths[i]);
+    EXPECT_EQ(record.first_seen, kNextDay + 10);
+    EXPECT_EQ(record.last_seen, kNextDay + 20);
+    EXPECT_EQ(record.protos, 1U);
+    EXPECT_EQ(record.conns_total, 3U);
+    EXPECT_EQ(record.conns_in, 1U);
+    EXPECT_EQ(record.conns_out, 2U);
+    EXPECT_EQ(record.bytes_in, 100U);
+    EXPECT_EQ(record.bytes_out, 200U);
+  }
+  EXPECT_EQ(found.records[3].proc_pid, 7);
+  EXPECT_EQ(found.records[3].proc_puid, 9U);
+  EXPECT_EQ(found.records[4].address[0], 192);
 }
 
 TEST_F(QueryTest, NullAndMissingFoldersFail) {

@@ -19,6 +19,10 @@ struct Plan {
   const char* name;
 };
 
+void PrintTo(const Plan& plan, std::ostream* out) {
+  *out << plan.name;
+}
+
 class SaveFaultTest : public testing::TestWithParam<Plan> {
  protected:
   static void StartDisk() {

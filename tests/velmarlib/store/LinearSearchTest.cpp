@@ -130,6 +130,20 @@ TEST(LinearSearch, FailedInitIsAnErrorWithTheCount) {
   EXPECT_EQ(log.Arguments("velmar.IndexAllocationFailed"), std::vector<std::string>{"3"});
 }
 
+TEST(LinearSearch, FailedInitDoesNotTakeTheContext) {
+  TestAllocator memory;
+  const u8 ignoreCase = 1;
+  const auto texts = Entries<const char*, const char*>({"p"});
+  Utils::LinearSearch<const char*> search;
+  memory.FailRequest(0);
+  ASSERT_FALSE(search.Init(1, 1, &ignoreCase));
+  ASSERT_TRUE(search.Grow(1, 1));
+  InsertAll(search, texts);
+  EXPECT_EQ(search.GetLocation("P", texts.data()), kNone);
+  EXPECT_EQ(search.GetLocation("p", texts.data()), 0U);
+  search.Destroy();
+}
+
 TEST(LinearSearch, ClearForgetsTheKeys) {
   const auto entries = Entries<u32, u32>({30, 10});
   NumberSearch search;

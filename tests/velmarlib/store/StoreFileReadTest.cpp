@@ -232,6 +232,37 @@ TEST(StoreFileRead, FileWithoutABlobDoesNotCallTheBinderForIt) {
   EXPECT_EQ(store.GetCount(), 2U);
 }
 
+TEST(StoreFileRead, EmptyFileGivesItsBlobToTheBinderAllTheSame) {
+  StoreBytes::StoreFile file = TextFile({});
+  file.fileFlags |= 4;
+  file.blob = "0123456789abcdef";
+  AddingBinder binder;
+  TextStore store;
+  EXPECT_TRUE(Loads(store, Build(file), Reading(&binder)));
+  EXPECT_EQ(binder.calls, Texts{"SetHeader 16 1"});
+  EXPECT_EQ(RefusalOf(Build(file)), "3 velmar.StoreBinderMissing") << "the cipher is asked for before the entries";
+}
+
+TEST(StoreFileRead, FileOfAnotherVersionNeverReachesTheBinder) {
+  StoreBytes::StoreFile newer = WithBlob(4);
+  newer.dataVersion = 2;
+  AddingBinder binder;
+  TextStore store;
+  EXPECT_TRUE(Loads(store, Build(newer, Cipher), Reading(&binder)));
+  Lines lines;
+  TextStore bare;
+  EXPECT_TRUE(Loads(bare, Build(newer, Cipher), Reading(), &lines)) << "not even one is needed";
+  EXPECT_EQ(lines, Lines{"3 velmar.StoreFileOfOtherVersion"});
+  Options exact = Reading(&binder, StoreFlags::kExactVersionOnly);
+  exact.version = 3;
+  TextStore older;
+  EXPECT_TRUE(Loads(older, Build(newer, Cipher), exact));
+  TextStore old;
+  EXPECT_TRUE(Loads(old, Version1Header() + "whatever follows", Reading(&binder)));
+  EXPECT_EQ(binder.calls, Texts{});
+  EXPECT_EQ(store.GetCount() + bare.GetCount() + older.GetCount() + old.GetCount(), 0U);
+}
+
 TEST(StoreFileRead, CipheredFileWithoutABinderFails) {
   EXPECT_EQ(RefusalOf(Build(WithBlob(4), Cipher)), "3 velmar.StoreBinderMissing");
 }

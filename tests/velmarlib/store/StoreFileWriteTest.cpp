@@ -384,6 +384,29 @@ TEST_F(StoreFileWrite, EmptyIndexThatIsOnlyCipheredFailsTheSave) {
   EXPECT_EQ(log.Names(2)[1], "velmar.StoreBlockNotCiphered");
 }
 
+TEST_F(StoreFileWrite, EachFailedWriteIsToldByItsPlace) {
+  AddingBinder binder;
+  TextStore store;
+  Options options = WithFlags(StoreFlags::kCipherRequired);
+  options.binder = &binder;
+  ASSERT_TRUE(Open(store, options));
+  ASSERT_TRUE(Put(store, "p", "abc"));
+  // In file order: placeholder, blob, words and payload of a page and of the index, the sealed header.
+  const Texts places = {"HeaderNotWritten", "BlobNotWritten",  "BlockNotWritten", "BlockNotWritten",
+                        "BlockNotWritten",  "BlockNotWritten", "HeaderNotWritten"};
+  for (u64 n = 0; n < places.size(); ++n) {
+    LogCapture log;
+    Sim::FailFileOperation(Sim::Operation::kWrite, n, Sim::Fault::kTear);
+    EXPECT_FALSE(store.Save());
+    EXPECT_EQ(log.Lines(), (Lines{"3 velmar.Store" + places[n], "3 velmar.StoreNotWritten"})) << n;
+    EXPECT_FALSE(FileIsThere(kPath));
+    EXPECT_FALSE(FileIsThere(kTemporaryPath));
+  }
+  Sim::FailFileOperation(Sim::Operation::kWrite, places.size(), Sim::Fault::kTear);
+  EXPECT_TRUE(store.Save()) << "those were all writes";
+  Sim::ClearFaults();
+}
+
 TEST_F(StoreFileWrite, HeaderHasNoMagicUntilTheLastWrite) {
   TextStore store;
   ASSERT_TRUE(Open(store, WithFlags(0)));

@@ -215,6 +215,12 @@ TEST_F(NetDBCryptorTest, KeyIsMadeOfTheDay) {
   }
 }
 
+// The format page gives these bytes to other readers.
+TEST_F(NetDBCryptorTest, KeyStreamOfADayIsTheDocumentedOne) {
+  cryptor.SetDayStamp(kDay);
+  EXPECT_EQ(Cipher(cryptor, std::vector<u8>(16, 0)), FromHex("8a729bf419f06523f854606db9a5bad8"));
+}
+
 TEST_F(NetDBCryptorTest, DayOutOfRangeFails) {
   for (const u64 day : {u64{0x7FFFFFFFFFFFFFFF}, kAllOnes64}) {
     cryptor.SetDayStamp(day);

@@ -77,7 +77,6 @@ bool NetDBManager::CreateWorker() {
   worker_thread = host->CreateThread(Velmar::kModuleNumber, &NetDBManager::WorkerThread, this, "worker");
   if (!Threading::IsValidThreadHandle(worker_thread)) {
     RYL_LOG(ryl_netdb, WorkerThreadNotCreated);
-    worker_thread = nullptr;
     return false;
   }
   return true;

@@ -94,10 +94,13 @@ TEST_F(EventReaderTest, DirectionCodesMapToDirections) {
   EXPECT_TRUE(Read(EventBuilder(185).Address("1.2.3.4").Protocol("tcp").Direction(1)));
   EXPECT_EQ(message.direction, NetDB::Direction::kOutbound);
   EXPECT_TRUE(log.Entries().empty());
-  EXPECT_TRUE(Read(EventBuilder(185).Address("1.2.3.4").Protocol("tcp").Direction(2)));
-  EXPECT_EQ(message.direction, NetDB::Direction::kUnknown);
-  EXPECT_EQ(log.Lines(), std::vector<std::string>{"3 ryl_netdb.DirectionUnknown"});
-  EXPECT_EQ(log.Arguments("ryl_netdb.DirectionUnknown"), std::vector<std::string>{"2"});
+  for (const u8 code : {u8{2}, u8{3}, u8{4}, u8{5}, u8{0x80}, u8{0xFF}}) {
+    log.Clear();
+    EXPECT_TRUE(Read(EventBuilder(185).Address("1.2.3.4").Protocol("tcp").Direction(code)));
+    EXPECT_EQ(message.direction, NetDB::Direction::kUnknown);
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{"3 ryl_netdb.DirectionUnknown"});
+    EXPECT_EQ(log.Arguments("ryl_netdb.DirectionUnknown"), std::vector<std::string>{std::to_string(code)});
+  }
 }
 
 }  // namespace

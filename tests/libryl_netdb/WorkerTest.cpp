@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -138,6 +140,104 @@ TEST_F(WorkerTest, RunWaitsForIntakeAndDrainsOnceMore) {
   worker.join();
   EXPECT_EQ(log.Count("ryl_netdb.BacklogEmpty"), 2);
   ASSERT_EQ(Rows().size(), 1U);
+}
+
+// A filter job that lasts until `hold` is signalled.
+struct LongJob {
+  static Velmar::OS::Event* hold;
+  static std::atomic<bool> ended;
+
+  static bool FindFile(const char*, Velmar::Utils::String& path, bool& found) {
+    found = true;
+    return path.Set("/data/netdb/1699833600.db");
+  }
+  static void Run(void* context) {
+    hold->Wait(1000000);
+    ended = true;
+    static_cast<FilterJobContext*>(context)->status->exchange(FilterState::kDone);
+  }
+};
+Velmar::OS::Event* LongJob::hold = nullptr;
+std::atomic<bool> LongJob::ended{false};
+
+// A worker on its own thread, beside a filter job that it started in its first turn.
+class WorkerWithJobTest : public WorkerTest {
+ protected:
+  WorkerWithJobTest() {
+    LongJob::hold = &hold;
+    LongJob::ended = false;
+    settings.jitter_first_filter.Set(false);
+    thread = std::thread([this] { Run(); });
+    wake.Signal();
+    EXPECT_TRUE(Velmar::Sim::WaitUntilWaiting(2));
+    EXPECT_EQ(log.Count("ryl_netdb.FilterJobStarts"), 1);
+    log.Clear();
+  }
+
+  void Run() {
+    WorkerSurroundings parts = Parts();
+    parts.filterSteps = {&LongJob::FindFile, &LongJob::Run};
+    try {
+      Worker(parts).Run();
+    } catch (const std::exception&) {
+      threw = true;
+    }
+    jobHadEnded = LongJob::ended;
+  }
+  void AwaitRecord(const std::string& name) {
+    while (log.Count(name) == 0) {
+      std::this_thread::yield();
+    }
+  }
+
+  Velmar::OS::Event hold{false};
+  bool threw = false;
+  bool jobHadEnded = false;
+  std::thread thread;
+};
+
+TEST_F(WorkerWithJobTest, EndWaitsForTheJobAndDumpsAfterIt) {
+  Push(1, false);
+  settings.netdb_enabled.Set(false);
+  wake.Signal();
+  AwaitRecord("ryl_netdb.WaitingForFilterJob");
+  EXPECT_EQ(log.Count("netdb_storage.DayDumped"), 0);
+  hold.Signal();
+  thread.join();
+  EXPECT_TRUE(jobHadEnded);
+  EXPECT_FALSE(threw);
+  EXPECT_EQ(log.Lines(3),
+            (Lines{"3 ryl_netdb.BacklogEmpty", "3 ryl_netdb.BacklogEmpty", "3 ryl_netdb.WaitingForFilterJob"}));
+  EXPECT_EQ(log.Count("netdb_storage.DayDumped"), 1);
+}
+
+TEST_F(WorkerWithJobTest, ExceptionWaitsForTheJobToo) {
+  std::atomic<bool> lookedUp{false};
+  host.lookup.onLookup = [&lookedUp] {
+    lookedUp = true;
+    throw std::runtime_error("look-up broke");
+  };
+  Push(1);
+  wake.Signal();
+  while (!lookedUp) {
+    std::this_thread::yield();
+  }
+  hold.Signal();
+  thread.join();
+  EXPECT_TRUE(threw);
+  EXPECT_TRUE(jobHadEnded);
+}
+
+TEST_F(WorkerWithJobTest, TurnsGoOnBesideTheJob) {
+  Push(1, false);
+  wake.Signal();
+  ASSERT_TRUE(Velmar::Sim::WaitUntilWaiting(2));
+  EXPECT_EQ(log.Count("ryl_netdb.MessagesStored"), 1);
+  EXPECT_EQ(log.Count("ryl_netdb.FilterJobRuns"), 1);
+  settings.netdb_enabled.Set(false);
+  wake.Signal();
+  hold.Signal();
+  thread.join();
 }
 
 TEST_F(WorkerTest, EveryDrainEndsWithOneEmptyPop) {

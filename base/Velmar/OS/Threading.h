@@ -36,8 +36,9 @@ class ScopedLock {
   void* mutex_;
 };
 
-// A wake-up signal. `manualReset` false (auto-reset): one Wait takes the signal.
-// Threads: thread-safe. Signal on an event that is already signalled makes no system call.
+// A wake-up signal. `manualReset` false (auto-reset): one Wait takes the signal, and signals that come before it is
+// taken are one. Lifetime: a Signal may still be under way when the Wait that it ended returns; the signallers must be
+// done before the event goes. Threads: thread-safe. Signal on an event that is already signalled makes no system call.
 class RYL_API Event {
  public:
   explicit Event(bool manualReset);

@@ -402,8 +402,15 @@ TEST_F(DBManagerTest, SaveIsTriedFiveTimesWithPauses) {
   {
     LogCapture log;
     EXPECT_FALSE(manager.Flush());
-    EXPECT_EQ(log.Count("netdb_storage.SaveFailed"), 5);
-    EXPECT_EQ(log.Arguments("netdb_storage.SaveFailed"), (Lines{"1699920000.db", "4"}));
+    Lines attempts;
+    for (const LogCapture::Entry& entry : log.Entries()) {
+      if (entry.name == "netdb_storage.SaveFailed") {
+        EXPECT_EQ(entry.level, 3U);
+        EXPECT_EQ(entry.arguments.at(0), "1699920000.db");
+        attempts.push_back(entry.arguments.at(1));
+      }
+    }
+    EXPECT_EQ(attempts, (Lines{"0", "1", "2", "3", "4"}));
     EXPECT_EQ(log.CountLevel(5), 0);
   }
   EXPECT_EQ(Sim::Sleeps(), (std::vector<u32>{100, 100, 100, 100}));
@@ -427,6 +434,7 @@ TEST_F(DBManagerTest, OldDayThatCannotBeDumpedIsLeft) {
   Sim::FailFileOperation(Sim::Operation::kCreate, 0, Sim::Fault::kFail, 5);
   LogCapture log;
   ASSERT_TRUE(Add(kNextDay, 2));
+  EXPECT_EQ(log.Lines(3).back(), "3 netdb_storage.OldDayNotDumped");
   EXPECT_EQ(log.Count("netdb_storage.OldDayNotDumped"), 1);
   EXPECT_EQ(log.Arguments("netdb_storage.OldDayNotDumped"), (Lines{"1699920000"}));
   ASSERT_TRUE(manager.Flush());

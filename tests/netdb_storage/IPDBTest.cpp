@@ -93,7 +93,7 @@ TEST_F(IPDBTest, AnyOrderOfArrivalGivesTheSortedTable) {
 TEST_F(IPDBTest, InsertIsTimedForTheLogAndAMergeIsNot) {
   LogCapture log;
   ASSERT_TRUE(Add(Address(10, 0, 0, 1), 80));
-  EXPECT_EQ(log.Count("netdb_storage.RowInsertTimed"), 1);
+  EXPECT_EQ(log.Lines(1), (Lines{"1 netdb_storage.RowInsertTimed"}));
   log.Clear();
   ASSERT_TRUE(Add(Address(10, 0, 0, 1), 80));
   EXPECT_TRUE(log.Entries().empty());

@@ -245,6 +245,41 @@ std::string NameOf(const testing::TestParamInfo<Memory>& info) {
 
 INSTANTIATE_TEST_SUITE_P(Memories, MemoryTest, testing::Values(Memory::kModule, Memory::kBase), &NameOf);
 
+// The second file's match of processes fails; the rows of the first stay given.
+TEST(QueryMemory, MatchThatCannotBeSetUpEndsTheQueryAfterTheRowsBefore) {
+  Sim::Reset();
+  ASSERT_TRUE(Velmar::OS::FileSystem::CreateDirectory(kFolder));
+  for (const u64 day : {kDay, kNextDay}) {
+    DBManager writer;
+    ASSERT_TRUE(writer.SetFolder(kFolder));
+    const Process process = MakeProcess("/bin/a");
+    ASSERT_TRUE(writer.Add(MakeMessage(day, Address(10, 0, 0, 1), 1), &process));
+  }
+  CountingAllocator allocator;
+  Velmar::Collections::SetModuleAllocator(&allocator);
+  bool met = false;
+  for (u64 n = 0; !met; ++n) {
+    QueryConstraints constraints(0, kAllOnes64);
+    ASSERT_TRUE(constraints.process_filters.Add(ProcessFilter([](const Process&) { return true; })));
+    Rows rows;
+    LogCapture log;
+    const u64 failures = allocator.Failures();
+    allocator.FailFrom(n);
+    const bool good = DBManager::Query(kFolder, constraints, rows.Sink());
+    allocator.FailFrom(CountingAllocator::kNever);
+    ASSERT_GT(allocator.Failures(), failures) << "no such failure in the whole query";
+    met = rows.records.size() == 1 && log.Count("netdb_storage.MatchedNotSetUp") == 1;
+    if (met) {
+      EXPECT_FALSE(good);
+      EXPECT_EQ(log.Lines(),
+                (std::vector<std::string>{"5 velmar.ArrayNoMemory", "5 netdb_storage.MatchedArrayNotCreated",
+                                          "5 netdb_storage.MatchedNotSetUp", "5 netdb_storage.QueryEnded"}));
+    }
+  }
+  EXPECT_EQ(allocator.Out(), 0U);
+  Velmar::Collections::SetModuleAllocator(nullptr);
+}
+
 TEST(QueryMemory, RowsOfAQueryNeedNoMemory) {
   Sim::Reset();
   ASSERT_TRUE(Velmar::OS::FileSystem::CreateDirectory(kFolder));

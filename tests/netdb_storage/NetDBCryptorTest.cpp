@@ -83,6 +83,7 @@ TEST(KeyText, HoldsYearMonthAndDay) {
 TEST(KeyText, TextThatDoesNotFitHasNoLength) {
   char text[kKeyTextRoom];
   EXPECT_EQ(MakeKeyText(text, -2147483647 - 1, -2147483647 - 1, -2147483647 - 1), 0U);
+  EXPECT_EQ(std::string(text, sizeof(text)), std::string(sizeof(text), '\0')) << "and leaves no part of itself";
 }
 
 TEST(KeyText, WipedMemoryIsZero) {
@@ -263,6 +264,22 @@ TEST_F(NetDBCryptorFileTest, SaveOfADayOutOfRangeFailsAndLeavesNoFile) {
   EXPECT_EQ(Files(), std::vector<std::string>{});
   DBManagerTestAccess::Cryptor(manager).SetDayStamp(kDay);
   EXPECT_TRUE(manager.Flush());
+}
+
+// The stamps lie in plain behind the header, and no checksum is over them.
+TEST_F(NetDBCryptorFileTest, LoadOfADayOutOfRangeFails) {
+  WriteDay(kDay, {1});
+  std::string file = Content(DayPath(kDay));
+  file.replace(40, 8, std::string(8, '\xFF'));
+  Sim::PutFile(DayPath(kDay), file);
+  DBManager reader;
+  LogCapture log;
+  EXPECT_FALSE(reader.SyncWith(DayPath(kDay).c_str(), true));
+  const Lines lines = log.Lines(5);
+  ASSERT_GE(lines.size(), 3U);
+  EXPECT_EQ(lines[0], "5 netdb_storage.DayOutOfCipherRange");
+  EXPECT_EQ(lines[1], "5 netdb_storage.NoCipherKey");
+  EXPECT_EQ(lines.back(), "5 netdb_storage.FileNotOpened");
 }
 
 TEST_F(NetDBCryptorFileTest, FileOpensWithItsOwnDayWhateverTheManagerHad) {

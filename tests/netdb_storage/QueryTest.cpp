@@ -55,6 +55,33 @@ TEST_F(QueryTest, NothingAskedGivesAllRowsOfAllFiles) {
   EXPECT_EQ(log.Count("netdb_storage.QueryFileTimed"), 2);
   EXPECT_EQ(log.Count("netdb_storage.QueryRowsTimed"), 2);
   EXPECT_EQ(log.Lines(3), Lines{});
+  for (const LogCapture::Entry& entry : log.Entries()) {
+    if (entry.name.rfind("netdb_storage.", 0) == 0) {
+      EXPECT_EQ(entry.level, 1U) << entry.name << " only traces a dump or a query that went well";
+    }
+  }
+}
+
+// A filter of the caller's sees the list as it stands during the walk.
+TEST_F(QueryTest, OnlyABoundedRangeAddsAFilter) {
+  Add(kDay, Address(10, 0, 0, 1), 1);
+  struct Range {
+    u64 from;
+    u64 to;
+    u32 filters;
+  };
+  for (const Range& range : {Range{0, kAllOnes64, 1}, Range{1, kAllOnes64, 2}, Range{0, kAllOnes64 - 1, 2}}) {
+    QueryConstraints constraints(range.from, range.to);
+    u32 during = 0;
+    ASSERT_TRUE(constraints.ip_filters.Add(IPDB<IPv4>::Filter([&constraints, &during](const Row&) {
+      during = constraints.ip_filters.count;
+      return true;
+    })));
+    ASSERT_TRUE(Run(constraints));
+    EXPECT_EQ(rows.Ports(), (Ports{1}));
+    EXPECT_EQ(during, range.filters) << range.from << " to " << range.to;
+    EXPECT_EQ(constraints.ip_filters.count, 1U);
+  }
 }
 
 TEST_F(QueryTest, RecordHoldsTheRowAndItsProcess) {
@@ -267,6 +294,20 @@ TEST_F(QueryTest, NewestFilterBeyondTheCeilingFailsTheQuery) {
   EXPECT_EQ(constraints.ip_filters.count, 127U);
 }
 
+// A list that has lost its storage under the query costs a record, no more.
+TEST_F(QueryTest, FilterThatCannotBeTakenOutIsReported) {
+  Add(kDay, Address(10, 0, 0, 1), 1);
+  ASSERT_TRUE(writer.Flush());
+  QueryConstraints constraints(kDay, kDay + 10);
+  LogCapture log;
+  EXPECT_TRUE(DBManager::Query(kFolder, constraints, [&constraints](const QueryRecord&) {
+    constraints.ip_filters.data = nullptr;
+    return true;
+  }));
+  EXPECT_EQ(log.Lines(), (Lines{"5 velmar.ArrayWithoutData", "5 netdb_storage.FilterNotRemoved"}));
+  EXPECT_EQ(log.Arguments("netdb_storage.FilterNotRemoved"), (Lines{"1"}));
+}
+
 TEST_F(QueryTest, LongPathIsCutTo511Bytes) {
   const Process process = MakeProcess("/" + std::string(599, 'x'), 1);
   Add(kDay, Address(10, 0, 0, 1), 1, &process);
@@ -330,7 +371,8 @@ TEST_F(QueryTest, FileThatCannotBeOpenedIsPassedOver) {
   Sim::PutFile(DayPath(kNextDay + 2 * 86400), "");
   LogCapture log;
   EXPECT_EQ(AllRows().Ports(), (Ports{2}));
-  EXPECT_EQ(log.Count("netdb_storage.QueryFileSkipped"), 3);
+  const Lines failures = log.Lines(5);
+  EXPECT_EQ(std::count(failures.begin(), failures.end(), "5 netdb_storage.QueryFileSkipped"), 3);
   EXPECT_EQ(log.Count("netdb_storage.FileOfAnotherDay"), 1);
 }
 

@@ -9,7 +9,7 @@ sources() {
 }
 
 scripts() {
-  git grep -l --cached --untracked '^#!.*bash' -- . ':!*.md'
+  git grep -l --untracked '^#!.*bash' -- . ':!*.md'
 }
 
 # The word list is split so that xargs meets no empty list.

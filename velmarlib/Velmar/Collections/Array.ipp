@@ -316,8 +316,8 @@ bool Array<T>::MatchLock(bool threadSafe) {
   return true;
 }
 
-// Room behind the last element. `element` follows the storage when it lies in it. A ceiling that came from a file may be
-// below the capacity.
+// Room behind the last element. `element` follows the storage when it lies in it. A ceiling that came from a file may
+// be below the capacity.
 template <class T>
 bool Array<T>::MakeRoom(const T*& element) {
   if (count < capacity && count < maxCapacity) {

@@ -17,8 +17,8 @@ u64 MonotonicMicroseconds();
 // While `value` is at least the next of 1000, 1000, 60, 60 it is divided by it: "us", "ms", "s", "m", "h".
 const char* ScaleDuration(double& value);
 
-// Calls report(double value, const char* unit) when it leaves its scope. Not active, it does nothing: one that only logs
-// is made active by `Log::fnLogCallback != nullptr`, so that no clock is read when nobody listens.
+// Calls report(double value, const char* unit) when it leaves its scope. Not active, it does nothing: one that only
+// logs is made active by `Log::fnLogCallback != nullptr`, so that no clock is read when nobody listens.
 template <class Report>
 class ScopedDuration {
  public:

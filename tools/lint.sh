@@ -12,7 +12,6 @@ scripts() {
   git grep -l --untracked '^#!.*bash' -- . ':!*.md'
 }
 
-# The word list is split so that xargs meets no empty list.
 format() {
   sources | xargs --no-run-if-empty --max-args=16 --max-procs="$(nproc)" clang-format --dry-run -Werror
 }

@@ -50,7 +50,11 @@ u32 MakeKeyText(char (&text)[kKeyTextRoom], i32 year, i32 month, i32 day) {
   Unscramble(format);
   const int written = std::snprintf(text, sizeof(text), format, year, month, day);
   WipeMemory(format, sizeof(format));
-  return written > 0 && static_cast<u32>(written) < sizeof(text) ? static_cast<u32>(written) : 0;
+  if (written <= 0 || static_cast<u32>(written) >= sizeof(text)) {
+    WipeMemory(text, sizeof(text));
+    return 0;
+  }
+  return static_cast<u32>(written);
 }
 
 void WipeMemory(void* area, u32 size) {

@@ -7,7 +7,7 @@ namespace RYL::NetDB {
 
 inline constexpr u32 kKeyTextRoom = 32;
 
-// Writes the text of a calendar day, NUL-terminated, and its length, which is 0 when it cannot be formatted.
+// Writes the text of a calendar day, NUL-terminated. Its length, or 0 and a zeroed `text` when it cannot be formatted.
 // The format lies scrambled in the program; it stands plain on the stack for the time of the call only.
 u32 MakeKeyText(char (&text)[kKeyTextRoom], i32 year, i32 month, i32 day);
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "Velmar/Hashes/CRC32.h"
 #include "Velmar/Hashes/MD5.h"
 #include "common/netdb_storage/KeyText.h"
 #include "common/netdb_storage/Rc4.h"
@@ -266,11 +267,23 @@ TEST_F(NetDBCryptorFileTest, SaveOfADayOutOfRangeFailsAndLeavesNoFile) {
   EXPECT_TRUE(manager.Flush());
 }
 
-// The stamps lie in plain behind the header, and no checksum is over them.
+// Puts the CRC-32 of `size` bytes from `from` on at `to`, little-endian.
+void Reseal(std::string& file, std::size_t to, std::size_t from, u32 size) {
+  Velmar::Hashes::CRC32 crc;
+  ASSERT_TRUE(crc.Init());
+  ASSERT_TRUE(crc.Update(file.data() + from, size));
+  for (u32 i = 0; i < 4; ++i) {
+    file[to + i] = static_cast<char>(crc.GetValue() >> (8 * i));
+  }
+}
+
+// The stamps lie in plain behind the header of 40 bytes.
 TEST_F(NetDBCryptorFileTest, LoadOfADayOutOfRangeFails) {
   WriteDay(kDay, {1});
   std::string file = Content(DayPath(kDay));
   file.replace(40, 8, std::string(8, '\xFF'));
+  Reseal(file, 32, 40, NetDBCryptor::kHeaderSize);
+  Reseal(file, 36, 0, 36);
   Sim::PutFile(DayPath(kDay), file);
   DBManager reader;
   LogCapture log;

@@ -26,11 +26,11 @@ class FilterMark {
   explicit FilterMark(Array<IPFilter>& filters) : filters_(filters), mark_(filters.count) {}
   ~FilterMark() {
     while (filters_.count > mark_) {
-      filters_.data[filters_.count - 1].Reset();
       if (!filters_.PopBack()) {
         RYL_LOG(netdb_storage, FilterNotRemoved, filters_.count);
         return;
       }
+      filters_.data[filters_.count].Reset();
     }
   }
   FilterMark(const FilterMark&) = delete;

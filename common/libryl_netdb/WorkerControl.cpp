@@ -89,7 +89,9 @@ void NetDBManager::StopWorker() {
     settings.netdb_enabled.Set(false);
   }
   if (Threading::IsValidThreadHandle(worker_thread)) {
-    if (!wake_event.load()->Signal()) {
+    // Null when an earlier stop could not wait for the thread.
+    Event* event = wake_event.load();
+    if (event == nullptr || !event->Signal()) {
       RYL_LOG(ryl_netdb, StopNotSignalled);
     }
     if (!Threading::WaitForThreadToEnd(worker_thread)) {

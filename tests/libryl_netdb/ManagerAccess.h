@@ -14,6 +14,7 @@ struct NetDBManagerTestAccess {
   static IntakeGate& GetGate(NetDBManager& manager) { return manager.gate; }
   static Velmar::Utils::String& GetPath(NetDBManager& manager) { return manager.db_path; }
   static ModuleHost* GetHost(NetDBManager& manager) { return manager.host; }
+  static void SetHost(NetDBManager& manager, ModuleHost* host) { manager.host = host; }
   static EventLookup* GetEventLookup(NetDBManager& manager) { return manager.event_lookup; }
   static FileHashService* GetFileHashService(NetDBManager& manager) { return manager.file_hash_service; }
   static bool ReadSettings(NetDBManager& manager, SettingsSource* source) { return manager.ReadSettings(source); }

@@ -107,6 +107,47 @@ TEST_F(WorkerControlTest, StopWithoutWorkerTurnsTheModuleOff) {
   EXPECT_TRUE(log.Entries().empty());
 }
 
+// Gives a thread that stops the module instead of working for it. A thread cannot wait for its own end.
+class SelfStoppingHost : public FakeHost {
+ public:
+  explicit SelfStoppingHost(NetDBManager& module) : manager(module) {}
+  void* CreateThread(u32, void (*)(void*), void*, const char* label) override {
+    return Velmar::OS::Threading::StartThread(&SelfStoppingHost::StopModule, this, label);
+  }
+  std::atomic<bool> begin{false};
+  std::atomic<bool> stopped{false};
+
+ private:
+  static void StopModule(void* context) {
+    auto* self = static_cast<SelfStoppingHost*>(context);
+    while (!self->begin) {
+      std::this_thread::yield();
+    }
+    NetDBManagerTestAccess::StopWorker(self->manager);
+    self->stopped = true;
+  }
+  NetDBManager& manager;
+};
+
+TEST_F(WorkerControlTest, StopThatCannotWaitIsLoggedAndTheNextStopWaits) {
+  SelfStoppingHost stopping(Manager());
+  Access::SetHost(Manager(), &stopping);
+  ASSERT_TRUE(Access::StartWorker(Manager()));
+  log.Clear();
+  stopping.begin = true;
+  while (!stopping.stopped) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(log.Lines(3), (Lines{"3 ryl_netdb.StopTurnsOff", "3 ryl_netdb.StopNotAwaited"}));
+  EXPECT_EQ(Access::GetBacklog(Manager()), nullptr);
+  EXPECT_EQ(Access::GetWakeEvent(Manager()), nullptr);
+  EXPECT_NE(Access::GetWorkerThread(Manager()), nullptr);
+  log.Clear();
+  EXPECT_TRUE(module->Stop());
+  EXPECT_EQ(log.Lines(3), Lines{"3 ryl_netdb.StopNotSignalled"});
+  EXPECT_EQ(Access::GetWorkerThread(Manager()), nullptr);
+}
+
 TEST_F(WorkerControlTest, StopFreesTheQueueWhenIntakeIsThroughWithIt) {
   // No worker holds the stop up: its thread ended on a folder that is not there.
   Access::GetPath(Manager()).Set("/nowhere");

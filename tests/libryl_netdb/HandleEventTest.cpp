@@ -131,7 +131,10 @@ TEST_F(HandleEventTest, MissingAddressIsIgnoredWithALog) {
   ExpectIgnored(EventBuilder(185).Address("0.0.0.0"), true, {"5 ryl_netdb.AddressMissing"});
   EXPECT_EQ(log.Arguments("ryl_netdb.AddressMissing"), (std::vector<std::string>{"185", "185"}));
   ExpectIgnored(EventBuilder(70).Address("0.0.0.0"), true, {"5 ryl_netdb.AddressMissing"});
-  ExpectIgnored(EventBuilder(104).Address("::"), true, {"5 ryl_netdb.AddressMissing"});
+  for (const u32 type : {71U, 72U, 85U, 92U, 93U, 98U, 99U, 100U, 101U, 104U}) {
+    SCOPED_TRACE(type);
+    ExpectIgnored(EventBuilder(type).Address("::"), true, {"5 ryl_netdb.AddressMissing"});
+  }
   ExpectIgnored(EventBuilder(73).Address("0.0.0.0"), true, {"3 ryl_netdb.ActivityAddressMissing"});
   ExpectIgnored(EventBuilder(75).Address("0.0.0.0"), true, {"3 ryl_netdb.ActivityAddressMissing"});
   EXPECT_EQ(log.Arguments("ryl_netdb.ActivityAddressMissing"), (std::vector<std::string>{"75", "75"}));
@@ -215,6 +218,26 @@ TEST_F(HandleEventTest, FullQueueLosesTheMessage) {
   EXPECT_FALSE(Handle(Connection()));
   EXPECT_EQ(log.Lines(3), (std::vector<std::string>{"5 ryl_netdb.BacklogFull", "5 ryl_netdb.EventNotQueued"}));
   EXPECT_EQ(queue->GetCount(), 8U);
+}
+
+TEST_F(HandleEventTest, QueueThatCannotGrowLosesTheMessage) {
+  for (u64 puid = 0; puid < 4; ++puid) {
+    EXPECT_TRUE(Handle(Connection().Puid(puid)));
+  }
+  CountingAllocator memory;
+  memory.FailFrom(0);
+  Velmar::Collections::SetModuleAllocator(&memory);
+  log.Clear();
+  EXPECT_FALSE(Handle(Connection().Puid(4)));
+  Velmar::Collections::SetModuleAllocator(nullptr);
+  EXPECT_EQ(log.Lines(3), (std::vector<std::string>{"5 ryl_netdb.BacklogNoMemory", "5 ryl_netdb.BacklogNotGrown",
+                                                    "5 ryl_netdb.EventNotQueued"}));
+  BacklogMessage message;
+  for (u64 puid = 0; puid < 4; ++puid) {
+    EXPECT_TRUE(queue->Pop(message));
+    EXPECT_EQ(message.process_puid, puid);
+  }
+  EXPECT_EQ(queue->GetCount(), 0U);
 }
 
 TEST_F(HandleEventTest, FailedSignalKeepsTheMessage) {

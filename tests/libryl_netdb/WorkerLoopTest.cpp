@@ -144,7 +144,7 @@ TEST_F(WorkerLoopTest, StopWithAFailedSignalWaitsForTheTurn) {
   AdvanceTime(60000);
   control.join();
   EXPECT_EQ(log.Count("ryl_netdb.WorkerLeaves"), 1);
-  EXPECT_EQ(log.Names(3)[1], "ryl_netdb.StopNotSignalled");
+  EXPECT_EQ(log.Lines(3)[1], "3 ryl_netdb.StopNotSignalled");
 }
 
 TEST_F(WorkerLoopTest, StopWaitsForATurnThatIsUnderWay) {
@@ -213,6 +213,7 @@ TEST_F(WorkerLoopTest, ExceptionEndsTheThreadAndStaysStopped) {
     std::this_thread::yield();
   }
   EXPECT_EQ(log.Arguments("ryl_netdb.WorkerException"), Lines{"look-up broke"});
+  EXPECT_EQ(log.Lines(5), Lines{"5 ryl_netdb.WorkerException"});
   EXPECT_EQ(log.Count("ryl_netdb.WorkerLeaves"), 0);
   EXPECT_NE(Access::GetWorkerThread(Manager()), nullptr);
   EXPECT_FALSE(Access::StartWorker(Manager()));

@@ -402,6 +402,7 @@ TEST_F(WorkerTest, RefusedMessageIsTriedFourTimesAndLost) {
     }
   }
   EXPECT_EQ(retries, (Lines{"0", "1", "2", "3", "0", "1", "2", "3"}));
+  EXPECT_EQ(log.Lines(3).end()[-2], "5 ryl_netdb.AddGivenUp");
   EXPECT_EQ(backlog.GetCount(), 0U);
 }
 

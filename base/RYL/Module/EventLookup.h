@@ -11,7 +11,7 @@ inline constexpr u32 kEventLookupServiceNumber = 23;
 // Threads: thread-safe.
 class EventLookup {
  public:
-  // Fills `holder` with the process event (RYL/Events/ProcessEvent.h) of that process. False when it is not known.
+  // Fills `holder` with the process event (RYL/Events/Records.h) of that process. False when it is not known.
   virtual bool GetEventById(u64 processPuid, Events::GenericEventHolder* holder) = 0;
 
  protected:

@@ -172,7 +172,12 @@ TEST_F(WorkerControlTest, StopFreesTheQueueWhenIntakeIsThroughWithIt) {
 // Holds each thread that logs EventStamped, which comes between intake's two readings of the switch.
 class HeldIntake {
  public:
-  HeldIntake() { Velmar::Log::fnLogCallback = &Receive; }
+  HeldIntake() {
+    reached = false;
+    released = false;
+    disabled = 0;
+    Velmar::Log::fnLogCallback = &Receive;
+  }
   ~HeldIntake() { Velmar::Log::fnLogCallback = nullptr; }
 
   static std::atomic<bool> reached;

@@ -6,12 +6,15 @@
 #include "common/netdb_storage/DBManager.h"
 #include "host/agent/DataFolder.h"
 #include "host/agent/LogWatch.h"
+#include "host/text/TimeText.h"
 
 namespace Host::Commands {
 namespace {
 
 using RYL::NetDB::DBManager;
 using Velmar::OS::FileSystem;
+
+constexpr std::size_t kDateLength = 10;
 
 bool ListDays(const std::string& folder, const TimeRange& range, std::set<u64>& days) {
   return DBManager::ForEachDBFile(
@@ -55,7 +58,8 @@ HistoryReader::Result HistoryReader::Read(const TimeRange& range, const Sink& si
       break;
     }
     if (!ReadDay(folder, day, range, sink, stopped) && !stopped) {
-      problems_.push_back("the rows of day " + std::to_string(day) + " are not complete");
+      problems_.push_back("the rows of " + Text::FormatUtc(day).substr(0, kDateLength) +
+                          " are damaged; some are missing");
     }
   }
   for (const std::string& path : watch.SkippedFiles()) {

@@ -80,6 +80,48 @@ TEST_F(HistoryReaderTest, FileUnderAnotherDaysNameIsDamaged) {
   EXPECT_THAT(Octets(0, ~u64{0}, Result::kPartial), testing::ElementsAre(1));
 }
 
+template <class T>
+void Append(std::string& bytes, T value) {
+  bytes.append(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+
+// A table of `rows` rows in its stored form.
+std::string Table(u32 rows, u32 ceiling, u32 flags, const std::string& content) {
+  std::string bytes;
+  Append(bytes, u16{1});
+  Append(bytes, rows);
+  Append(bytes, ceiling);
+  Append(bytes, flags);
+  return bytes + content;
+}
+
+void PutTable(RYL::NetDB::DayStore& store, const char* key, const std::string& bytes) {
+  ASSERT_TRUE(store.Apply(
+      key, true,
+      [&bytes](Velmar::Collections::Buffer& value, bool, void*) {
+        return value.PushBuffer(bytes.data(), static_cast<u32>(bytes.size())) != Velmar::kNone;
+      },
+      nullptr));
+}
+
+TEST_F(HistoryReaderTest, RowOfAMissingProcessIsDamage) {
+  namespace Flags = Velmar::Collections::DB::StoreFlags;
+  PutHistory(folder_.Path(), {{kNextDay + 1, 2}});
+  {
+    RYL::NetDB::NetDBCryptor cryptor;
+    cryptor.SetDayStamp(kDay);
+    RYL::NetDB::DayStore store;
+    store.keyCompareFlag = 0;
+    ASSERT_TRUE(store.Init(DayFile(kDay).c_str(), 2, 3, 1, Flags::kBinarySearch | Flags::kCipherRequired, 1,
+                           &store.keyCompareFlag, &cryptor, 0, -1, nullptr));
+    PutTable(store, "p", Table(0, 0x20000, 0x10000064, ""));
+    PutTable(store, "4", Table(1, 0x40000, 0x10000400, std::string("\xCB\0\x71\1", 4) + std::string(42, '\0')));
+    ASSERT_TRUE(store.Save());
+  }
+  EXPECT_THAT(Octets(0, ~u64{0}, Result::kPartial), testing::ElementsAre(2));
+  EXPECT_THAT(reader_.Problems(), testing::ElementsAre("the rows of 2023-11-14 are damaged; some are missing"));
+}
+
 TEST_F(HistoryReaderTest, OtherFilesAreLeftAlone) {
   PutHistory(folder_.Path(), {{kDay + 1, 1}});
   folder_.Put("netdb/" + std::to_string(kDay) + ".temp", "a save under way");

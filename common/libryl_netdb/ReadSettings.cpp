@@ -1,20 +1,10 @@
 // NetDBManager's reading of the policy.
 #include "common/libryl_netdb/ModuleLog.h"
 #include "common/libryl_netdb/NetDBManager.h"
+#include "common/libryl_netdb/PolicyKeys.h"
 
 namespace RYL::Module {
 namespace {
-
-namespace Key {
-constexpr u32 kNetdbEnabled = 0xD9C2B241;
-constexpr u32 kCloudQueryEnabled = 0x558350A9;
-constexpr u32 kKeepPrivateAddresses = 0x5CA94F63;
-constexpr u32 kJitterFirstFilter = 0x31A4214F;
-constexpr u32 kMaxDbSize = 0xE175E104;
-constexpr u32 kMaxDbDays = 0x6F09981C;
-constexpr u32 kMaxQueryBytes = 0xADB4BD19;
-constexpr u32 kMaxQueryRows = 0xEF380598;
-}  // namespace Key
 
 // At this database size or below verdicts are kept in memory only.
 constexpr u64 kSmallDatabase = 0x800000;
@@ -33,13 +23,13 @@ bool ReadSwitch(SettingsSource& source, u32 key, bool defaultValue, ValidatedSet
 }
 
 void ReadSwitches(SettingsSource& source, Settings& settings) {
-  const bool enabled = ReadSwitch(source, Key::kNetdbEnabled, true, settings.netdb_enabled);
+  const bool enabled = ReadSwitch(source, PolicyKey::kNetdbEnabled, true, settings.netdb_enabled);
   RYL_LOG(ryl_netdb, SettingNetdbEnabled, enabled ? "Enabled" : "Disabled");
-  const bool cloud = ReadSwitch(source, Key::kCloudQueryEnabled, true, settings.cloud_query_enabled);
+  const bool cloud = ReadSwitch(source, PolicyKey::kCloudQueryEnabled, true, settings.cloud_query_enabled);
   RYL_LOG(ryl_netdb, SettingCloudQueryEnabled, EnableWord(cloud));
-  const bool keepPrivate = ReadSwitch(source, Key::kKeepPrivateAddresses, false, settings.keep_private_addresses);
+  const bool keepPrivate = ReadSwitch(source, PolicyKey::kKeepPrivateAddresses, false, settings.keep_private_addresses);
   RYL_LOG(ryl_netdb, SettingKeepPrivateAddresses, EnableWord(keepPrivate));
-  const bool jitter = ReadSwitch(source, Key::kJitterFirstFilter, true, settings.jitter_first_filter);
+  const bool jitter = ReadSwitch(source, PolicyKey::kJitterFirstFilter, true, settings.jitter_first_filter);
   RYL_LOG(ryl_netdb, SettingJitterFirstFilter, EnableWord(jitter));
 }
 
@@ -50,7 +40,7 @@ u64 ReadNumber(SettingsSource& source, u32 key, u64 defaultValue) {
 }
 
 bool ReadMaxDbSize(SettingsSource& source, ValidatedSetting<u64>& setting) {
-  const u64 bytes = ReadNumber(source, Key::kMaxDbSize, SettingDefaults::kMaxDbSize);
+  const u64 bytes = ReadNumber(source, PolicyKey::kMaxDbSize, SettingDefaults::kMaxDbSize);
   if (!setting.Set(bytes)) {
     RYL_LOG(ryl_netdb, SettingMaxDbSizeRefused, bytes);
     return false;
@@ -60,7 +50,7 @@ bool ReadMaxDbSize(SettingsSource& source, ValidatedSetting<u64>& setting) {
 }
 
 bool ReadMaxDbDays(SettingsSource& source, ValidatedSetting<u64>& setting) {
-  const u64 days = ReadNumber(source, Key::kMaxDbDays, SettingDefaults::kMaxDbDays);
+  const u64 days = ReadNumber(source, PolicyKey::kMaxDbDays, SettingDefaults::kMaxDbDays);
   if (!setting.Set(days)) {
     RYL_LOG(ryl_netdb, SettingMaxDbDaysRefused, days);
     return false;
@@ -80,11 +70,11 @@ bool ReadQueryLimit(SettingsSource& source, u32 key, u32 defaultValue, Validated
 }
 
 bool ReadQueryLimits(SettingsSource& source, Settings& settings) {
-  if (!ReadQueryLimit(source, Key::kMaxQueryBytes, SettingDefaults::kMaxQueryBytes, settings.max_query_bytes)) {
+  if (!ReadQueryLimit(source, PolicyKey::kMaxQueryBytes, SettingDefaults::kMaxQueryBytes, settings.max_query_bytes)) {
     return false;
   }
   RYL_LOG(ryl_netdb, SettingMaxQueryBytes, settings.max_query_bytes.Get());
-  if (!ReadQueryLimit(source, Key::kMaxQueryRows, SettingDefaults::kMaxQueryRows, settings.max_query_rows)) {
+  if (!ReadQueryLimit(source, PolicyKey::kMaxQueryRows, SettingDefaults::kMaxQueryRows, settings.max_query_rows)) {
     return false;
   }
   RYL_LOG(ryl_netdb, SettingMaxQueryRows, settings.max_query_rows.Get());

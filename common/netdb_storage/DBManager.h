@@ -6,6 +6,7 @@
 #include "Velmar/Utils/Function.h"
 #include "Velmar/Utils/String.h"
 #include "common/netdb_storage/BacklogMessage.h"
+#include "common/netdb_storage/DBStats.h"
 #include "common/netdb_storage/IPDB.h"
 #include "common/netdb_storage/NetDBCryptor.h"
 #include "common/netdb_storage/ProcessesDB.h"
@@ -43,6 +44,16 @@ class DBManager {
   // Walks the day files of `folder` whose day lies in `from` to `to` (epoch seconds, rounded down to days), in the
   // order of the folder. Thread-safe.
   static bool ForEachDBFile(const char* databaseFolder, bool skipToday, const FileCallback& callback, u64 from, u64 to);
+
+  // Bytes of all day files. Thread-safe, as all that work on the folder alone.
+  static bool GetSizeOnDisk(const char* databaseFolder, u64& size);
+  // False also for a day file whose upper-case suffix belongs to no class; the statistics are then partial.
+  static bool ComputeStatistics(const char* databaseFolder, DBStats& stats);
+  // The oldest file that no filter job has had, today's excepted. After a false `found` is false.
+  static bool GetOldestUnfilteredFile(const char* databaseFolder, Velmar::Utils::String& path, bool& found);
+  // Deletes the oldest days until all files are younger than `maxDays` and together at most `maxBytes`. No file is
+  // exempt. False when the folder cannot be walked or a file does not go; what was deleted until then stays deleted.
+  static bool EnsureDiskFootprintConstraints(const char* databaseFolder, u64 maxBytes, u64 maxDays);
 
   // Walks all rows of the folder's files that meet the constraints; rows in memory since the last dump are not seen. A
   // file that cannot be read is passed over (level 5). False when the folder is missing, a row points at a missing

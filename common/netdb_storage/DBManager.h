@@ -47,7 +47,8 @@ class DBManager {
 
   // Bytes of all day files. Thread-safe, as all that work on the folder alone.
   static bool GetSizeOnDisk(const char* databaseFolder, u64& size);
-  // False also for a day file whose upper-case suffix belongs to no class; the statistics are then partial.
+  // False also when the walk begins with a file of no class, which an upper-case suffix makes; the statistics are then
+  // partial. Behind a file of a class such a one counts for the sizes and days alone.
   static bool ComputeStatistics(const char* databaseFolder, DBStats& stats);
   // The oldest file that no filter job has had, today's excepted. After a false `found` is false.
   static bool GetOldestUnfilteredFile(const char* databaseFolder, Velmar::Utils::String& path, bool& found);

@@ -1,9 +1,11 @@
 // ModuleSession: one run of the module inside this program, from loading to unloading.
 //
 //   ModuleSession session(services);
+//   session.UsePolicy(policy);
 //   std::string error;
 //   if (!session.Open(dataFolder, error)) ...
 //   session.Send(PackConnection(record));
+//   session.Apply(changedPolicy);
 //   if (!session.Close()) ...   // the last dump failed
 #pragma once
 
@@ -13,7 +15,10 @@
 
 #include "RYL/Module/EventLookup.h"
 #include "RYL/Module/FileHashService.h"
+#include "Velmar/Collections/Array.h"
 #include "Velmar/Types.h"
+#include "Velmar/Utils/TreeContainer.h"
+#include "host/agent/Policy.h"
 
 namespace Host {
 
@@ -24,7 +29,9 @@ struct ModuleServices {
 };
 
 // Lifetime: Open once, Close once; the services must outlive it. Only one in a process at a time.
-// Threads: Send from any thread between Open and Close; the rest from one thread.
+// Threads: Send and SendWaiting, SaveStatistics and GetStatus from any thread between Open and Close, also while Apply
+// runs; the rest from one thread, the control thread. What GetStatus and SaveStatistics count is taken once, so two
+// askers at the same time would share it: they belong on the control thread too.
 // Effects on disk: the module writes day files below DIR/netdb.
 class ModuleSession {
  public:
@@ -40,12 +47,23 @@ class ModuleSession {
   ModuleSession(const ModuleSession&) = delete;
   ModuleSession& operator=(const ModuleSession&) = delete;
 
+  // The policy to open with; without it every setting has its default.
+  void UsePolicy(const Policy& policy);
   // Loads the module that lies beside this program (or in its library folder), points "${P}" at `dataFolder` and
   // starts. False with a sentence in `error`.
   bool Open(const std::string& dataFolder, std::string& error);
   Outcome Send(const std::vector<Velmar::u8>& event);
   // Sends, waiting while the queue is full. False for kRefused.
   bool SendWaiting(const std::vector<Velmar::u8>& event);
+  // Gives the running module another policy. Whether it could follow, such as start its worker again, stands in the log
+  // and in the "config" of GetStatus. Nothing happens while the session is closed.
+  void Apply(const Policy& policy);
+  // What the module counted since the last call, into a created tree whose root is a dictionary. False while closed.
+  bool SaveStatistics(Velmar::Utils::TreeContainer& tree);
+  // The module's report, into a created tree whose root is a dictionary. `history` holds what SaveStatistics gave
+  // earlier. False when the report is cut, which then holds what could be told, and while closed.
+  bool GetStatus(const Velmar::Collections::Array<Velmar::Utils::TreeContainer>& history,
+                 Velmar::Utils::TreeContainer& report);
   // Stops, which stores and dumps everything, and unloads. False when something that was accepted could not be stored
   // or the last dump failed.
   bool Close();

@@ -53,6 +53,13 @@ class CloudStatus {
 
   using Cache = Velmar::Collections::Caches::Base::TimeCacheBasicTypeWrapper<typename T::Raw, bool>;
 
+  bool SetPath(const char* folder, bool needed);
+  bool DeleteFile();
+  bool CreateCache();
+  bool OpenCache();
+  // A verdict that is there already, expired or not, stays. False, too, while there is no cache.
+  bool StoreVerdict(const T& address, bool isWhitelisted);
+
   Cache* cache = nullptr;
   void* mutex = nullptr;
   Velmar::Utils::String path;

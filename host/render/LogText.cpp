@@ -48,6 +48,9 @@ std::vector<LogText> SortedRows() {
 #define MESSAGE(name, level, arguments, text) MESSAGE_OF("velmar", name, level, arguments, text)
 #include "velmarlib/Messages.def"
 #undef MESSAGE
+#define MESSAGE(name, level, arguments, text) MESSAGE_OF("cloud", name, level, arguments, text)
+#include "common/cloud/Messages.def"
+#undef MESSAGE
 #define MESSAGE(name, level, arguments, text) MESSAGE_OF("netdb_storage", name, level, arguments, text)
 #include "common/netdb_storage/Messages.def"
 #undef MESSAGE

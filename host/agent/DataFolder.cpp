@@ -24,15 +24,6 @@ std::string Joined(const std::string& folder, const char* name) {
   return !folder.empty() && folder.back() == '/' ? folder + name : folder + "/" + name;
 }
 
-std::string HomeFolder() {
-  const char* home = std::getenv("HOME");
-  if (home != nullptr && home[0] == '/') {
-    return home;
-  }
-  const passwd* user = getpwuid(geteuid());
-  return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "";
-}
-
 // What the holder wrote into the lock file: "PID COMMAND".
 std::string HolderOf(int descriptor) {
   char text[64] = {};
@@ -59,6 +50,15 @@ std::string DefaultDataFolder() {
     return Joined(state, "ryl");
   }
   return HomeFolder() + "/.local/state/ryl";
+}
+
+std::string HomeFolder() {
+  const char* home = std::getenv("HOME");
+  if (home != nullptr && home[0] == '/') {
+    return home;
+  }
+  const passwd* user = getpwuid(geteuid());
+  return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "";
 }
 
 std::string DatabaseFolder(const std::string& dataFolder) {

@@ -7,6 +7,8 @@ namespace Host {
 
 // `--data DIR`, or /var/lib/ryl for root, else $XDG_STATE_HOME/ryl or ~/.local/state/ryl.
 std::string DefaultDataFolder();
+// $HOME, else that of the user; empty when there is none.
+std::string HomeFolder();
 // DIR/netdb.
 std::string DatabaseFolder(const std::string& dataFolder);
 // False with a sentence in `error` when a day file's path in it would pass what a store takes.

@@ -39,6 +39,7 @@ struct SettingInfo {
   u64 smallest;
   u64 largest;
   const char* meaning;  // half a sentence, units included
+  const char* unit;     // of the value and its limits: "bytes", "days", "rows"; a switch has none
 };
 const std::array<SettingInfo, kSettingCount>& AllSettings();
 

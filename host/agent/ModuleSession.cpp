@@ -14,19 +14,6 @@
 namespace Host {
 namespace {
 
-// A policy that holds nothing: every setting has its default.
-class DefaultPolicy final : public RYL::Module::SettingsSource {
- public:
-  bool GetUInt64(u32 /*key*/, u64* out, u64 defaultValue, u32 /*reserved*/) override {
-    *out = defaultValue;
-    return true;
-  }
-  bool GetBool(u32 /*key*/, bool* out, bool defaultValue, u32 /*reserved*/) override {
-    *out = defaultValue;
-    return true;
-  }
-};
-
 // Nobody in this program takes events of the module.
 class NoReceiver final : public RYL::Events::EventSender {
  public:
@@ -70,7 +57,7 @@ struct ModuleSession::State {
 
   std::string modulePath;
   SessionHost host;
-  DefaultPolicy policy;
+  Policy policy;
   std::unique_ptr<LogWatch> watch;
   ModuleLoader loader;
   u64 lostMessages = 0;
@@ -83,6 +70,10 @@ ModuleSession::ModuleSession(const ModuleServices& services, std::string moduleP
 
 ModuleSession::~ModuleSession() {
   Close();
+}
+
+void ModuleSession::UsePolicy(const Policy& policy) {
+  state_->policy = policy;
 }
 
 bool ModuleSession::Open(const std::string& dataFolder, std::string& error) {
@@ -102,7 +93,8 @@ bool ModuleSession::Open(const std::string& dataFolder, std::string& error) {
     return false;
   }
   RYL::Module::Interface* module = state_->loader.Module();
-  if (!module->Initialize(&state_->host, &state_->policy) || !module->Start()) {
+  PolicySource settings(state_->policy);
+  if (!module->Initialize(&state_->host, &settings) || !module->Start()) {
     Close();
     error = state_->errors.empty() ? "the module does not start" : "the module does not start: " + state_->errors[0];
     return false;
@@ -132,6 +124,22 @@ bool ModuleSession::SendWaiting(const std::vector<u8>& event) {
     outcome = Send(event);
   }
   return outcome == Outcome::kTaken;
+}
+
+void ModuleSession::Apply(const Policy& policy) {
+  if (state_->loader.Module() != nullptr) {
+    PolicySource settings(policy);
+    state_->loader.Module()->ApplySettings(&settings);
+  }
+}
+
+bool ModuleSession::SaveStatistics(Velmar::Utils::TreeContainer& tree) {
+  return state_->loader.Module() != nullptr && state_->loader.Module()->SaveStatistics(&tree);
+}
+
+bool ModuleSession::GetStatus(const Velmar::Collections::Array<Velmar::Utils::TreeContainer>& history,
+                              Velmar::Utils::TreeContainer& report) {
+  return state_->loader.Module() != nullptr && state_->loader.Module()->GetStatus(history, &report);
 }
 
 bool ModuleSession::Close() {

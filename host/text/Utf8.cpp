@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "Velmar/Utils/Utf8.h"
+
 namespace Host::Text {
 namespace {
 
@@ -41,26 +43,7 @@ void ForEachCharacter(std::string_view text, Take take) {
 }  // namespace
 
 std::size_t Utf8Length(std::string_view text) {
-  const u8 first = ByteAt(text, 0);
-  const u8 second = ByteAt(text, 1);
-  if (text.empty() || first < 0x80) {
-    return text.empty() ? 0 : 1;
-  }
-  const bool tail2 = IsContinuation(ByteAt(text, 2));
-  const bool tail3 = tail2 && IsContinuation(ByteAt(text, 3));
-  if (first < 0xC2 || first > 0xF4 || !IsContinuation(second)) {
-    return 0;
-  }
-  if (first < 0xE0) {
-    return 2;
-  }
-  // No overlong forms, no surrogates, nothing beyond U+10FFFF.
-  if (first < 0xF0) {
-    const bool good = tail2 && !(first == 0xE0 && second < 0xA0) && !(first == 0xED && second >= 0xA0);
-    return good ? 3 : 0;
-  }
-  const bool good = tail3 && !(first == 0xF0 && second < 0x90) && !(first == 0xF4 && second >= 0x90);
-  return good ? 4 : 0;
+  return Velmar::Utils::Utf8Length(text.data(), text.size());
 }
 
 std::string ToValidUtf8(std::string_view text) {

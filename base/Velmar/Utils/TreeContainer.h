@@ -10,6 +10,7 @@
 
 #include "Velmar/Types.h"
 #include "Velmar/Utils/String.h"
+#include "Velmar/Utils/TreeArena.h"
 #include "platform/Export.h"
 
 namespace Velmar::Utils {
@@ -119,11 +120,34 @@ class RYL_API TreeContainer {
 
  private:
   struct Node;
+  class JsonReader;
+
+  bool EnsureNodes(u32 wanted);
+  bool ReserveChildren(Node& node, u32 wanted);
+  bool CopyText(StringView from, StringView& to);
+  bool SetRoot(bool rootIsDictionary, u32 childHint);
+  // A node of `type` at the end of `parent`, or -1.
+  u32 AddNode(u32 parent, StringView name, TreeNodeType type);
+  u32 AddContainer(u32 parent, StringView name, TreeNodeType type, u32 capacity);
+  u32 AddInteger(u32 parent, StringView name, TreeNodeType type, u64 bits);
+  // Takes the newest node back.
+  void DropLastNode(u32 parent);
+  bool CopyNode(const TreeContainer& other, u32 node);
+  [[nodiscard]] const Node* Find(u32 node) const;
+  [[nodiscard]] const Node* Find(u32 node, TreeNodeType type) const;
+  // False for a node that is no integer or whose value does not fit `T`.
+  template <class T>
+  bool ReadInteger(u32 node, T& value) const;
+  template <class T>
+  T IntegerOr(u32 node, T defaultValue, bool* found) const;
+  static bool AppendJsonText(StringView text, String& out);
+  bool AppendJsonStart(u32 node, String& out) const;
 
   Node* nodes = nullptr;
   u32 nodeCount = 0;
   u32 nodeCapacity = 0;
   u32 nodeGrowth = 0;
+  TreeArena arena;  // names, texts and lists of children
 };
 
 }  // namespace Velmar::Utils

@@ -134,7 +134,7 @@ TEST(MapDBInit, PathOf191CharactersIsRefusedWithItsLength) {
 }
 
 TEST(MapDBInit, TextStoreRefusesKindsThatItDoesNotHave) {
-  for (const u32 kind : {0U, 2U, 3U, 5U, 7U, 8U, 16U, 17U, 31U}) {
+  for (const u32 kind : {0U, 2U, 3U, 5U, 7U, 9U, 16U, 17U, 31U}) {
     LogCapture log;
     TextStore store;
     Options options;
@@ -149,7 +149,7 @@ TEST(MapDBInit, TextStoreRefusesKindsThatItDoesNotHave) {
 }
 
 TEST(MapDBInit, NumberStoreRefusesKindsThatItDoesNotHave) {
-  for (const u32 kind : {0U, 3U, 5U, 6U, 8U, 16U, 31U}) {
+  for (const u32 kind : {0U, 3U, 5U, 6U, 9U, 16U, 31U}) {
     Options options;
     options.flags = kind;
     EXPECT_EQ(RefusalOf<NumberStore>(options), Lines{"5 velmar.StoreIndexKindRefused"}) << kind;
@@ -157,8 +157,8 @@ TEST(MapDBInit, NumberStoreRefusesKindsThatItDoesNotHave) {
   }
 }
 
-TEST(MapDBInit, EachFlatKindServes) {
-  for (const u32 kind : {StoreFlags::kBinarySearch, StoreFlags::kLinearSearch}) {
+TEST(MapDBInit, EachKindServes) {
+  for (const u32 kind : {StoreFlags::kBinarySearch, StoreFlags::kLinearSearch, StoreFlags::kRBTSearch}) {
     TextStore text;
     StringStore strings;
     Options options;
@@ -170,7 +170,8 @@ TEST(MapDBInit, EachFlatKindServes) {
     EXPECT_TRUE(Put(strings, "k", "v"));
     EXPECT_EQ(Get(strings, "k"), "v");
   }
-  for (const u32 kind : {StoreFlags::kBinarySearch, StoreFlags::kIndexSearch, StoreFlags::kLinearSearch}) {
+  for (const u32 kind :
+       {StoreFlags::kBinarySearch, StoreFlags::kIndexSearch, StoreFlags::kLinearSearch, StoreFlags::kRBTSearch}) {
     NumberStore numbers;
     WideStore wide;
     Options options;

@@ -1,7 +1,14 @@
-// The flat indexes for each key type that they serve.
+// The indexes for each key type that they serve.
 #include "Velmar/Utils/BinarySearch.ipp"
 #include "Velmar/Utils/IndexSearch.ipp"
 #include "Velmar/Utils/LinearSearch.ipp"
+#include "Velmar/Utils/RBTSearch.ipp"
+
+namespace Velmar::Collections {
+
+template class RedBlackTree<u32, char>;
+
+}  // namespace Velmar::Collections
 
 namespace Velmar::Utils {
 
@@ -19,5 +26,9 @@ template class LinearSearch<const char*>;
 
 template class IndexSearch<u32>;
 template class IndexSearch<Types::UInt128>;
+
+template class RBTSearch<u32>;
+template class RBTSearch<Types::UInt128>;
+template class RBTSearch<const char*>;
 
 }  // namespace Velmar::Utils

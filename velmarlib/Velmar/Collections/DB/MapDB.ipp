@@ -9,6 +9,7 @@
 #include "Velmar/Utils/BinarySearch.h"
 #include "Velmar/Utils/IndexSearch.h"
 #include "Velmar/Utils/LinearSearch.h"
+#include "Velmar/Utils/RBTSearch.h"
 #include "VelmarLog.h"
 
 namespace Velmar::Collections::DB {
@@ -152,6 +153,8 @@ bool MapDB<K, V>::CreateIndex(u32 initialCapacity, u32 maximum, u32 storeFlags, 
     search = New<Utils::BinarySearch<K>>();
   } else if (kind == StoreFlags::kLinearSearch) {
     search = New<Utils::LinearSearch<K>>();
+  } else if (kind == StoreFlags::kRBTSearch) {
+    search = New<Utils::RBTSearch<K>>();
   } else if constexpr (!Keys::kIsText) {
     if (kind == StoreFlags::kIndexSearch) {
       search = New<Utils::IndexSearch<K>>();

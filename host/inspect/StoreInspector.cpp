@@ -55,7 +55,8 @@ class KeyCursor {
 
 class Inspector {
  public:
-  explicit Inspector(ByteSource& bytes) : bytes_(bytes) { report_.fileSize = bytes.Size(); }
+  // `sink` may be empty.
+  Inspector(ByteSource& bytes, const EntrySink& sink) : bytes_(bytes), sink_(sink) { report_.fileSize = bytes.Size(); }
 
   StoreReport Run() {
     if (ReadHeader() && report_.header->FormatVersion == DB::kStoreFormatVersion) {
@@ -78,6 +79,7 @@ class Inspector {
   [[nodiscard]] u64 FirstPage() const { return u64{kHeaderSize} + report_.header->BinderHeaderSize; }
 
   ByteSource& bytes_;
+  const EntrySink& sink_;
   StoreReport report_;
   RYL::NetDB::NetDBCryptor cryptor_;
   bool dayKnown_ = false;
@@ -251,6 +253,9 @@ void Inspector::ReadPage(const std::vector<u8>& page, u64 position, KeyCursor* k
 
 // A value is a u32 length and so many bytes.
 void Inspector::TakeEntry(const std::string& key, const u8* value, u32 size, u64 position) {
+  if (sink_) {
+    sink_({key, size}, value, position);
+  }
   if (report_.entries.size() >= kMaxListedEntries) {
     return;
   }
@@ -281,7 +286,11 @@ void Inspector::TakeEntry(const std::string& key, const u8* value, u32 size, u64
 }  // namespace
 
 StoreReport InspectStore(ByteSource& bytes) {
-  return Inspector(bytes).Run();
+  return InspectStore(bytes, {});
+}
+
+StoreReport InspectStore(ByteSource& bytes, const EntrySink& sink) {
+  return Inspector(bytes, sink).Run();
 }
 
 }  // namespace Host::Inspect

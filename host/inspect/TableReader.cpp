@@ -1,6 +1,6 @@
 #include "host/inspect/TableReader.h"
 
-#include <cstring>
+#include "host/inspect/ByteCursor.h"
 
 namespace Host::Inspect {
 namespace {
@@ -9,35 +9,7 @@ constexpr u32 kIPv4RowSize = 46;
 constexpr u32 kIPv6RowSize = 58;
 constexpr u32 kNewestVersion = 1;
 
-// Takes values off the front of bytes; false, with nothing taken, where they end.
-class Bytes {
- public:
-  Bytes(const u8* data, u32 size) : data_(data), left_(size) {}
-
-  template <class T>
-  bool Take(T& value) {
-    if (left_ < sizeof(T)) {
-      return false;
-    }
-    std::memcpy(&value, data_, sizeof(T));
-    return Skip(sizeof(T));
-  }
-  bool Skip(u64 size) {
-    if (left_ < size) {
-      return false;
-    }
-    data_ += size;
-    left_ -= static_cast<u32>(size);
-    return true;
-  }
-  [[nodiscard]] u32 Left() const { return left_; }
-
- private:
-  const u8* data_;
-  u32 left_;
-};
-
-bool ReadTableHeader(Bytes& bytes, TableReport& report) {
+bool ReadTableHeader(ByteCursor& bytes, TableReport& report) {
   u16 version = 0;
   u32 maxCount = 0;
   u32 flags = 0;
@@ -56,7 +28,7 @@ bool ReadTableHeader(Bytes& bytes, TableReport& report) {
 }
 
 // A path, two digests, two identifiers, and a reference count that is negative in a free slot.
-bool ReadProcessRow(Bytes& bytes, u32& freeSlots) {
+bool ReadProcessRow(ByteCursor& bytes, u32& freeSlots) {
   constexpr u32 kFixedPart = 16 + 32 + 8 + 8;
   u32 pathLength = 0;
   i32 references = 0;
@@ -68,7 +40,7 @@ bool ReadProcessRow(Bytes& bytes, u32& freeSlots) {
 }
 
 // The number of rows that are there.
-u32 ReadRows(Bytes& bytes, TableReport& report) {
+u32 ReadRows(ByteCursor& bytes, TableReport& report) {
   if (report.key != "p") {
     const u32 rowSize = report.key == "4" ? kIPv4RowSize : kIPv6RowSize;
     const u32 fitting = bytes.Left() / rowSize;
@@ -96,7 +68,7 @@ TableReport ReadTable(const std::string& key, const u8* data, u32 size, std::str
   report.key = key;
   report.name = key == "p" ? "processes" : key == "4" ? "IPv4 rows" : "IPv6 rows";
   problem.clear();
-  Bytes bytes(data, size);
+  ByteCursor bytes(data, size);
   if (!ReadTableHeader(bytes, report)) {
     problem = "table \"" + key + "\" ends inside its header";
     return report;

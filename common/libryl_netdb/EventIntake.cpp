@@ -79,8 +79,16 @@ bool NetDBManager::HandleConnection(const EventReader& reader, EventKind kind) {
     message.bytes_in = reader.GetBytesIn();
     message.bytes_out = reader.GetBytesOut();
   }
-  return !PassesAddressFilter(message.address, settings.keep_private_addresses.Get()) ||
-         Enqueue(message, reader.GetType());
+  return !IsWanted(message.address) || Enqueue(message, reader.GetType());
+}
+
+// The verdicts have no say about a private address that is to be kept.
+bool NetDBManager::IsWanted(u32 address) {
+  if (!PassesAddressFilter(address, settings.keep_private_addresses.Get())) {
+    return false;
+  }
+  const NetDB::IPv4 remote = NetDB::IPv4::FromRaw(address);
+  return IsPrivateAddress(address) || !verdict_cache.IsWhitelisted(&remote);
 }
 
 bool NetDBManager::Enqueue(const NetDB::BacklogMessage& message, u32 type) {

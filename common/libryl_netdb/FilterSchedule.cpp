@@ -6,6 +6,7 @@
 #include "Velmar/OS/Threading.h"
 #include "Velmar/OS/Time.h"
 #include "common/libryl_netdb/ModuleLog.h"
+#include "common/netdb_storage/DayFileName.h"
 
 namespace RYL::Module {
 namespace {
@@ -15,9 +16,10 @@ constexpr const char* kThreadLabel = "fiterWorker";
 
 }  // namespace
 
-FilterSchedule::FilterSchedule(ModuleHost* moduleHost, const char* databaseFolder, const FilterJobSteps& jobSteps,
-                               u32 seed)
-    : host(moduleHost), folder(databaseFolder), steps(jobSteps), engine(seed) {
+FilterSchedule::FilterSchedule(const FilterScheduleParts& workerParts, u32 seed)
+    : parts(workerParts),
+      context{.file = &filter_file, .cloud = workerParts.cloud, .status = &filter_state},
+      engine(seed) {
   filter_file.Create(fileArea, sizeof(fileArea), true, true);
 }
 
@@ -88,19 +90,28 @@ void FilterSchedule::StartWhenDue(u64 now, bool cloudQueryEnabled) {
     RYL_LOG(ryl_netdb, FilterFileNotFound);
   } else if (!found) {
     RYL_LOG(ryl_netdb, NoFileToFilter);
+  } else if (!FlushFile()) {
+    RYL_LOG(ryl_netdb, FilterFileNotFlushed, filter_file.text);
   } else {
     StartJob();
   }
 }
 
 bool FilterSchedule::FindFile(bool& found) {
-  return steps.findFile == nullptr || steps.findFile(folder, filter_file, found);
+  return parts.steps.job == nullptr || parts.steps.findFile(parts.folder, filter_file, found);
+}
+
+bool FilterSchedule::FlushFile() {
+  u64 day = 0;
+  const bool isOpen =
+      NetDB::IsDayFileName(Velmar::OS::Path::GetFileName(filter_file.text), day) && day == parts.db->GetDayStamp();
+  return !isOpen || parts.db->Flush();
 }
 
 void FilterSchedule::StartJob() {
   RYL_LOG(ryl_netdb, FilterJobStarts, Velmar::OS::Path::GetFileName(filter_file.text));
   filter_state.exchange(FilterState::kLaunched);
-  filter_thread = host->CreateThread(Velmar::kModuleNumber, steps.job, &context, kThreadLabel);
+  filter_thread = parts.host->CreateThread(Velmar::kModuleNumber, parts.steps.job, &context, kThreadLabel);
   if (filter_thread == nullptr) {
     filter_state.exchange(FilterState::kFailed);
   }

@@ -7,6 +7,9 @@
 #include "RYL/Module/ModuleHost.h"
 #include "Velmar/Types.h"
 #include "Velmar/Utils/String.h"
+#include "common/Address.h"
+#include "common/cloud/CloudStatus.h"
+#include "common/netdb_storage/DBManager.h"
 
 namespace RYL::Module {
 
@@ -22,21 +25,32 @@ inline constexpr u8 kIdle = 4;
 // What a job gets. Lives as long as the schedule, which joins the job before it changes or ends.
 struct FilterJobContext {
   Velmar::Utils::String* file;
+  NetDB::CloudStatus<NetDB::IPv4>* cloud;
   std::atomic<u8>* status;
 };
 
 // The two steps that the schedule runs but does not know.
 struct FilterJobSteps {
-  // Puts the next file to filter into `path`. False on a failure. Null: there is never one.
-  bool (*findFile)(const char* folder, Velmar::Utils::String& path, bool& found) = nullptr;
+  // Puts the next file to filter into `path`. False on a failure.
+  bool (*findFile)(const char* folder, Velmar::Utils::String& path,
+                   bool& found) = &NetDB::DBManager::GetOldestUnfilteredFile;
   // Entry of the job's thread; its context is a FilterJobContext. It sets the status to kRunning, and at its end to
-  // kDone or kFailed.
+  // kDone or kFailed. Null: there is never a file for it, and none is searched for.
   void (*job)(void* context) = nullptr;
 };
 
+// What a schedule works with; all of it outlives the schedule.
+struct FilterScheduleParts {
+  ModuleHost* host;
+  const char* folder;
+  NetDB::CloudStatus<NetDB::IPv4>* cloud;
+  NetDB::DBManager* db;  // the worker's, which may have the found file open
+  FilterJobSteps steps;
+};
+
 // A good job is followed by a pause of 6 to 8 hours; a failed one by a back-off that doubles from 30 minutes to a day,
-// plus up to 30 minutes. At most one job runs at a time. Lifetime: host and folder outlive it; the destructor waits for
-// a job that runs. Threads: owner thread only; the status byte is shared with the job.
+// plus up to 30 minutes. At most one job runs at a time. Lifetime: the destructor waits for a job that runs. Threads:
+// owner thread only; the status byte is shared with the job.
 class FilterSchedule {
  public:
   static constexpr u64 kSuccessPauseMs = 21600000;
@@ -45,7 +59,7 @@ class FilterSchedule {
   static constexpr u64 kMaxBackoffMs = 86400000;
   static constexpr u64 kFailureJitterMs = 1800000;
 
-  FilterSchedule(ModuleHost* moduleHost, const char* databaseFolder, const FilterJobSteps& jobSteps, u32 seed);
+  FilterSchedule(const FilterScheduleParts& workerParts, u32 seed);
   ~FilterSchedule();
   FilterSchedule(const FilterSchedule&) = delete;
   FilterSchedule& operator=(const FilterSchedule&) = delete;
@@ -66,18 +80,18 @@ class FilterSchedule {
   void TakeFailure();
   void StartWhenDue(u64 now, bool cloudQueryEnabled);
   bool FindFile(bool& found);
+  // Brings what memory holds of the found day to its file, which the job is about to replace.
+  bool FlushFile();
   void StartJob();
 
-  ModuleHost* host;
-  const char* folder;
-  FilterJobSteps steps;
+  FilterScheduleParts parts;
   std::atomic<u8> filter_state{FilterState::kIdle};
   void* filter_thread = nullptr;
   u64 next_filter_time = 0;
   u64 filter_backoff = kFirstBackoffMs;
   char fileArea[256];
   Velmar::Utils::String filter_file;
-  FilterJobContext context{&filter_file, &filter_state};
+  FilterJobContext context;
   std::mt19937 engine;
   std::uniform_int_distribution<u64> success_jitter{0, kSuccessJitterMs};
   std::uniform_int_distribution<u64> failure_jitter{0, kFailureJitterMs};

@@ -31,6 +31,10 @@ bool NetDBManager::Initialize(ModuleHost* moduleHost, SettingsSource* source) {
   if (!CreateDatabaseFolder()) {
     return false;
   }
+  if (!verdict_cache.Open(db_path.text, true)) {
+    RYL_LOG(ryl_netdb, InitializeVerdictsFailed);
+    return false;
+  }
   if (!ReadSettings(source)) {
     RYL_LOG(ryl_netdb, InitializeSettingsFailed);
     return false;

@@ -10,6 +10,8 @@
 #include "Velmar/Collections/ModuleMemory.h"
 #include "Velmar/OS/Threading.h"
 #include "Velmar/Utils/String.h"
+#include "common/Address.h"
+#include "common/cloud/CloudStatus.h"
 #include "common/libryl_netdb/Backlog.h"
 #include "common/libryl_netdb/EventReader.h"
 #include "common/libryl_netdb/EventTypes.h"
@@ -43,6 +45,12 @@ class NetDBManager final : public Interface, public Comm::Interfaces::INetDBQuer
   void GetSubscribedEvents(SubscribedEvents& out) override;
   void* QueryInterface(i32 id) override;
   bool Initialize(ModuleHost* moduleHost, SettingsSource* source) override;
+  // Takes the cloud's counters into `tree`, whose root is a dictionary; they live on only there. Always true.
+  bool SaveStatistics(Velmar::Utils::TreeContainer* tree) override;
+  // `history`: trees of SaveStatistics, in any order. Takes the counters too, into this report alone. False (level 5)
+  // leaves a report that ends before what failed.
+  bool GetStatus(const Velmar::Collections::Array<Velmar::Utils::TreeContainer>& history,
+                 Velmar::Utils::TreeContainer* report) override;
   u32 Operation16() override { return 0; }
 
   bool Iterate(bool (*callback)(const Record& record, void* context), void* context, u64 from, u64 to) override;
@@ -65,17 +73,26 @@ class NetDBManager final : public Interface, public Comm::Interfaces::INetDBQuer
 
   // The record of a connection, whose type is known to be one.
   bool HandleConnection(const EventReader& reader, EventKind kind);
+  // Whether connections to the address are recorded.
+  bool IsWanted(u32 address);
   bool Enqueue(const NetDB::BacklogMessage& message, u32 type);
+
+  bool AddVerdictCache(Velmar::Utils::TreeContainer& report);
+  bool AddCloudRequests(const Velmar::Collections::Array<Velmar::Utils::TreeContainer>& history,
+                        Velmar::Utils::TreeContainer& report);
 
   ModuleHost* host = nullptr;
   EventLookup* event_lookup = nullptr;
   FileHashService* file_hash_service = nullptr;
   Settings settings;
+  NetDB::CloudStatus<NetDB::IPv4> verdict_cache;
   std::atomic<NetDB::Backlog*> backlog{nullptr};
   Velmar::Utils::String db_path;
   NetDB::ProtocolTable protocol_table;
   void* worker_thread = nullptr;
   std::atomic<Velmar::OS::Event*> wake_event{nullptr};
+  // The worker's copy of db_path, which Initialize may rewrite while the worker runs.
+  Velmar::Utils::String worker_path;
   IntakeGate gate;
 };
 

@@ -95,6 +95,10 @@ bool NetDBManager::ReadSettings(SettingsSource* source) {
   }
   const bool persistent = settings.max_db_size.Get() > kSmallDatabase;
   RYL_LOG(ryl_netdb, VerdictPersistence, persistent ? "enable" : "disable");
+  if (!verdict_cache.SetPersistent(persistent)) {
+    RYL_LOG(ryl_netdb, VerdictPersistenceFailed);
+    return false;
+  }
   return ReadMaxDbDays(*source, settings.max_db_days) && ReadQueryLimits(*source, settings);
 }
 

@@ -1,5 +1,6 @@
 #include "common/libryl_netdb/Worker.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "RYL/Events/GenericEventHolder.h"
@@ -45,7 +46,12 @@ void Worker::Run() {
   }
   // The schedule goes first at the end, an exception's included: its job must be over before the last dump.
   NetDB::DBManager db;
-  FilterSchedule schedule(parts.host, parts.db_path, parts.filterSteps, DrawRandomSeed());
+  FilterSchedule schedule({.host = parts.host,
+                           .folder = parts.db_path,
+                           .cloud = parts.verdict_cache,
+                           .db = &db,
+                           .steps = parts.filterSteps},
+                          DrawRandomSeed());
   schedule.Begin(parts.settings->jitter_first_filter.Get());
   if (!db.SetFolder(parts.db_path)) {
     RYL_LOG(ryl_netdb, WorkerFolderRefused, parts.db_path);
@@ -68,6 +74,7 @@ bool Worker::Turn(NetDB::DBManager& db, FilterSchedule& schedule) {
   StoreMessagesFromBacklog(db);
   const u64 now = Time::GetEpochTime(nullptr);
   DumpWhenDue(db, now);
+  CheckFootprintWhenDue(schedule, now);
   if (!parts.settings->netdb_enabled.Get()) {
     return false;
   }
@@ -140,6 +147,21 @@ void Worker::DumpWhenDue(NetDB::DBManager& db, u64 now) {
     last_dump_time = now;
   } else {
     RYL_LOG(ryl_netdb, DumpFailed);
+  }
+}
+
+void Worker::CheckFootprintWhenDue(const FilterSchedule& schedule, u64 now) {
+  if (now - last_footprint_time <= kFootprintIntervalMs || !schedule.IsIdle()) {
+    return;
+  }
+  const u64 maxBytes = parts.settings->max_db_size.Get();
+  const u64 maxDays = parts.settings->max_db_days.Get();
+  const u64 allowance = maxBytes - std::min(maxBytes, parts.verdict_cache->GetCacheSizeOnDisk());
+  if (NetDB::DBManager::EnsureDiskFootprintConstraints(parts.db_path, allowance, maxDays)) {
+    RYL_LOG(ryl_netdb, FootprintChecked, allowance, maxDays);
+    last_footprint_time = now;
+  } else {
+    RYL_LOG(ryl_netdb, FootprintCheckFailed);
   }
 }
 

@@ -74,6 +74,10 @@ bool NetDBManager::CreateWorker() {
     RYL_LOG(ryl_netdb, WorkerWithoutHost);
     return false;
   }
+  if (!worker_path.Set(&db_path)) {
+    RYL_LOG(ryl_netdb, WorkerPathNotCopied);
+    return false;
+  }
   worker_thread = host->CreateThread(Velmar::kModuleNumber, &NetDBManager::WorkerThread, this, "worker");
   if (!Threading::IsValidThreadHandle(worker_thread)) {
     RYL_LOG(ryl_netdb, WorkerThreadNotCreated);
@@ -114,7 +118,8 @@ void NetDBManager::WorkerThread(void* context) {
                    .gate = &manager->gate,
                    .backlog = manager->backlog,
                    .wake_event = manager->wake_event,
-                   .db_path = manager->db_path.text,
+                   .db_path = manager->worker_path.text,
+                   .verdict_cache = &manager->verdict_cache,
                    .filterSteps = {}});
     worker.Run();
   } catch (const std::exception& exception) {

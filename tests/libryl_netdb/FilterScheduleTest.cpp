@@ -79,7 +79,13 @@ class FilterScheduleTest : public ::testing::Test {
   LogCapture log;
   FakeHost host;
   Script steps;
-  FilterSchedule schedule{&host, "/data/netdb", {&FindFile, &Job}, kSeed};
+  FilterScheduleParts Parts(const FilterJobSteps& jobSteps) {
+    return {.host = &host, .folder = "/data/netdb", .cloud = &verdicts, .db = &db, .steps = jobSteps};
+  }
+
+  NetDB::CloudStatus<NetDB::IPv4> verdicts;
+  NetDB::DBManager db;
+  FilterSchedule schedule{Parts({&FindFile, &Job}), kSeed};
 };
 
 TEST_F(FilterScheduleTest, WithoutJitterTheFirstJobStartsAtOnce) {
@@ -102,7 +108,7 @@ TEST_F(FilterScheduleTest, JitterDelaysTheFirstJobByUpToTwoHours) {
   u64 smallest = ~u64{0};
   u64 largest = 0;
   for (u32 seed = 0; seed < 200; ++seed) {
-    FilterSchedule one(&host, "/data/netdb", {}, seed);
+    FilterSchedule one(Parts({}), seed);
     one.Begin(true);
     const u64 delay = Access::NextTime(one) - kStartMs;
     ASSERT_LE(delay, 7200000U);
@@ -156,11 +162,13 @@ TEST_F(FilterScheduleTest, NoFileIsTriedAgainNextTurn) {
   EXPECT_TRUE(schedule.IsIdle());
 }
 
-TEST_F(FilterScheduleTest, WithoutASearchThereIsNeverAFile) {
-  FilterSchedule bare(&host, "/data/netdb", {}, kSeed);
+TEST_F(FilterScheduleTest, WithoutAJobNoFileIsSearchedFor) {
+  FilterSchedule bare(Parts({&FindFile, nullptr}), kSeed);
   bare.Begin(false);
   bare.Advance(kStartMs, true);
   EXPECT_EQ(log.Lines(), Lines{"2 ryl_netdb.NoFileToFilter"});
+  EXPECT_EQ(steps.finds, 0);
+  EXPECT_TRUE(bare.IsIdle());
   EXPECT_TRUE(host.Threads().empty());
 }
 

@@ -200,7 +200,7 @@ TEST_F(NetDBManagerTest, DestructorStopsARunningWorker) {
   module.reset();
   EXPECT_EQ(log.Count("ryl_netdb.StopTurnsOff"), 1);
   EXPECT_EQ(log.Count("ryl_netdb.WorkerLeaves"), 1);
-  EXPECT_EQ(Velmar::Sim::ListFiles(), Lines{"/data/netdb/1699920000.db"});
+  EXPECT_EQ(Velmar::Sim::ListFiles(), (Lines{"/data/netdb/1699920000.db", "/data/netdb/cache.4.db"}));
 }
 
 TEST_F(NetDBManagerTest, ApplySettingsWithoutAChangeOfTheSwitchDoesNothingMore) {
@@ -309,8 +309,10 @@ TEST_F(NetDBManagerTest, OperationsStandInTheirOrder) {
   EXPECT_FALSE(reinterpret_cast<bool (*)(Interface*, void*, void*)>(table[11])(object, nullptr, nullptr));
   EXPECT_EQ(log.Count("ryl_netdb.InitializeWithoutHost"), 1);
   EXPECT_TRUE(constant(12));
-  EXPECT_FALSE(reinterpret_cast<bool (*)(Interface*, void*)>(table[13])(object, nullptr));
+  EXPECT_TRUE(reinterpret_cast<bool (*)(Interface*, void*)>(table[13])(object, nullptr));
+  EXPECT_EQ(log.Count("ryl_netdb.NoTree"), 1);
   EXPECT_FALSE(reinterpret_cast<bool (*)(Interface*, void*, void*)>(table[14])(object, nullptr, nullptr));
+  EXPECT_EQ(log.Count("ryl_netdb.NoTree"), 2);
   EXPECT_EQ(reinterpret_cast<u32 (*)(Interface*)>(table[15])(object), 0U);
   EXPECT_FALSE(constant(16));
   reinterpret_cast<void (*)(Interface*, void*)>(table[6])(object, nullptr);

@@ -8,8 +8,14 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+// On a module whose verdict cache is open, as it is whenever a policy is read.
 class ReadSettingsTest : public ModuleTest {
  protected:
+  ReadSettingsTest() {
+    EXPECT_TRUE(Initialize());
+    policy.questions.clear();
+    log.Clear();
+  }
   bool Read() { return Access::ReadSettings(Manager(), &policy); }
   std::string Word(const std::string& name) {
     const auto arguments = log.Arguments("ryl_netdb." + name);

@@ -47,6 +47,7 @@ class WorkerTest : public ::testing::Test {
             .backlog = &backlog,
             .wake_event = &wake,
             .db_path = kFolder,
+            .verdict_cache = &verdicts,
             .filterSteps = {}};
   }
   void Push(u64 puid, bool hasProcess = true) {
@@ -85,6 +86,7 @@ class WorkerTest : public ::testing::Test {
   FakeHost host;
   Settings settings;
   IntakeGate gate;
+  NetDB::CloudStatus<NetDB::IPv4> verdicts;
   NetDB::Backlog backlog;
   Velmar::OS::Event wake{false};
 };

@@ -1,6 +1,7 @@
 // The durability model of the simulated disk.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <set>
 #include <string>
 
@@ -266,6 +267,34 @@ TEST_F(SimDisk, CaseSensitivityIsAsSet) {
   EXPECT_TRUE(FileSystem::IsFileSystemCaseSensitive());
   Sim::SetCaseSensitive(false);
   EXPECT_FALSE(FileSystem::IsFileSystemCaseSensitive());
+}
+
+TEST_F(SimDisk, ListingIsSortedOrShuffledBySeed) {
+  const auto list = [this] {
+    std::string names;
+    Utils::String folder(machine_.Folder().c_str(), true);
+    EXPECT_TRUE(FileSystem::EnumerateFiles(
+        folder, false,
+        [](const char*, const char* name, u64, bool, OS::FileTimes&, void* context) {
+          static_cast<std::string*>(context)->append(name);
+          return true;
+        },
+        &names, true, true, false));
+    return names;
+  };
+  for (const char* name : {"d", "b", "a", "c"}) {
+    Put(name, "x");
+  }
+  EXPECT_EQ(list(), "abcd");
+  std::set<std::string> orders;
+  for (u64 seed = 1; seed <= 20; ++seed) {
+    Sim::ShuffleListings(seed);
+    const std::string order = list();
+    EXPECT_EQ(order, list()) << "one seed is one order";
+    EXPECT_TRUE(std::is_permutation(order.begin(), order.end(), "abcd"));
+    orders.insert(order);
+  }
+  EXPECT_GT(orders.size(), 1U);
 }
 
 }  // namespace

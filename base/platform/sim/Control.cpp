@@ -65,10 +65,12 @@ void Reset() {
   ++state.boot;
   state.diskLimit = 0;
   state.caseSensitive = true;
+  state.listingSeed = 0;
   state.noFrequency = false;
   state.sleeps.clear();
   state.ipv4.clear();
   state.ipv6.clear();
+  state.cloud = nullptr;
   state.failThreadStarts = 0;
   state.failMutexCreates = 0;
   state.failEventCreates = 0;
@@ -191,10 +193,20 @@ void SetCaseSensitive(bool sensitive) {
   GetState().caseSensitive = sensitive;
 }
 
+void ShuffleListings(u64 seed) {
+  Lock lock(GetState().mutex);
+  GetState().listingSeed = seed;
+}
+
 void SetInterfaceAddresses(const std::vector<std::string>& ipv4, const std::vector<std::string>& ipv6) {
   Lock lock(GetState().mutex);
   GetState().ipv4 = ipv4;
   GetState().ipv6 = ipv6;
+}
+
+void SetCloudService(const CloudService& service) {
+  Lock lock(GetState().mutex);
+  GetState().cloud = service;
 }
 
 void FailThreadStart(u32 count) {

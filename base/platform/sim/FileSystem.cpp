@@ -1,5 +1,8 @@
 #include "Velmar/OS/FileSystem.h"
 
+#include <algorithm>
+#include <random>
+
 #include "BaseLog.h"
 #include "platform/sim/State.h"
 
@@ -63,6 +66,9 @@ bool ListFolder(const char* folder, bool recursive, std::vector<std::string>& pa
   }
   if (real) {
     paths = Sim::GetState().disk.List(path, recursive);
+    if (const u64 seed = Sim::GetState().listingSeed; seed != 0) {
+      std::shuffle(paths.begin(), paths.end(), std::mt19937_64(seed));
+    }
   }
   return true;
 }

@@ -9,6 +9,7 @@
 // Only in the library `ryl_sim`, which a test links instead of `ryl`.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -100,8 +101,27 @@ RYL_API bool RemoveFile(const std::string& path);
 RYL_API std::vector<std::string> ListFiles();           // full paths, sorted
 RYL_API u64 ModificationTime(const std::string& path);  // epoch ms, 0 when missing
 RYL_API void SetCaseSensitive(bool sensitive);  // what IsFileSystemCaseSensitive says; names always match exactly
+// EnumerateFiles gives the entries in an order that hangs on the seed and on which there are; 0: sorted.
+RYL_API void ShuffleListings(u64 seed);
 // What the interface lists give.
 RYL_API void SetInterfaceAddresses(const std::vector<std::string>& ipv4, const std::vector<std::string>& ipv6);
+
+// --- The cloud. ---
+struct CloudCall {
+  std::string endpoint;
+  std::string path;
+  std::string body;
+  std::string bearerToken;
+  u32 timeoutMs;
+};
+struct CloudReply {
+  u32 status = 200;  // of HTTP; 0: no reply comes
+  std::vector<std::string> texts;
+  u64 tookMs = 0;  // AdvanceTime does it; from the request's time limit on no reply came
+};
+using CloudService = std::function<CloudReply(const CloudCall& call)>;
+// What answers requests, on the thread that makes them; empty: nobody. Cloud::Configure has to give an endpoint first.
+RYL_API void SetCloudService(const CloudService& service);
 
 // --- Memory: the allocation number `n` from now by Memory::Allocate fails; all ones: none. ---
 RYL_API void FailAllocation(u64 n, u64 count = 1);

@@ -30,10 +30,12 @@ struct State {
   u64 boot = 0;           // a file opened in an earlier boot is gone
   u64 diskLimit = 0;
   bool caseSensitive = true;
+  u64 listingSeed = 0;  // 0: sorted
   bool noFrequency = false;
   std::vector<u32> sleeps;
   std::vector<std::string> ipv4;
   std::vector<std::string> ipv6;
+  CloudService cloud;
   u32 failThreadStarts = 0;
   u32 failMutexCreates = 0;
   u32 failEventCreates = 0;

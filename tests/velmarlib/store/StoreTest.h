@@ -43,6 +43,11 @@ struct MapDBTestAccess {
   static void ForgetBinder(Store& store) {
     store.binder = nullptr;
   }
+  // Puts `Search`, made with the present index, in its place.
+  template <class Search, class Store>
+  static void ReplaceIndex(Store& store) {
+    store.search = New<Search>(store.search);
+  }
   // As after a value that could not be initialised.
   static void ForgetValue(MapDB<const char*, Buffer>& store, u32 location) {
     store.ValueAt(location).UninitializeObject();

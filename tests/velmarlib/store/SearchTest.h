@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "Velmar/Collections/DB/StorageNodes.h"
@@ -24,6 +25,15 @@ struct SearchTestAccess {
   template <class Search>
   static u32 Size(const Search& search) {
     return search.size;
+  }
+  template <class Search>
+  static const auto& Tree(const Search& search) {
+    return search.tree;
+  }
+  // Where the last lookup stood: the tree node and the side of it.
+  template <class Search>
+  static std::pair<u32, u32> Place(const Search& search) {
+    return {search.parent, search.side};
   }
 };
 

@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "host/Descriptor.h"
 #include "host/Types.h"
-#include "host/control/Descriptor.h"
 #include "host/control/Message.h"
 
 namespace Host::Control {

@@ -1,8 +1,6 @@
 #include "host/control/SocketAddress.h"
 
 #include <fcntl.h>
-#include <sys/socket.h>
-
 #include <cstring>
 
 namespace Host::Control {

@@ -1,11 +1,12 @@
 // SocketAddress: where the control socket of a data folder is, in a form that fits an address.
 #pragma once
 
+#include <sys/socket.h>
 #include <sys/un.h>
 
 #include <string>
 
-#include "host/control/Descriptor.h"
+#include "host/Descriptor.h"
 
 namespace Host::Control {
 

@@ -1,5 +1,6 @@
 // The indexes for each key type that they serve.
 #include "Velmar/Utils/BinarySearch.ipp"
+#include "Velmar/Utils/HashMapSearch.ipp"
 #include "Velmar/Utils/IndexSearch.ipp"
 #include "Velmar/Utils/LinearSearch.ipp"
 #include "Velmar/Utils/RBTSearch.ipp"
@@ -30,5 +31,8 @@ template class IndexSearch<Types::UInt128>;
 template class RBTSearch<u32>;
 template class RBTSearch<Types::UInt128>;
 template class RBTSearch<const char*>;
+
+template class HashMapSearch<u32>;
+template class HashMapSearch<Types::UInt128>;
 
 }  // namespace Velmar::Utils

@@ -7,6 +7,7 @@
 #include "Velmar/Collections/ModuleMemory.h"
 #include "Velmar/OS/Threading.h"
 #include "Velmar/Utils/BinarySearch.h"
+#include "Velmar/Utils/HashMapSearch.h"
 #include "Velmar/Utils/IndexSearch.h"
 #include "Velmar/Utils/LinearSearch.h"
 #include "Velmar/Utils/RBTSearch.h"
@@ -158,6 +159,8 @@ bool MapDB<K, V>::CreateIndex(u32 initialCapacity, u32 maximum, u32 storeFlags, 
   } else if constexpr (!Keys::kIsText) {
     if (kind == StoreFlags::kIndexSearch) {
       search = New<Utils::IndexSearch<K>>();
+    } else if (kind == StoreFlags::kHashMapSearch) {
+      search = New<Utils::HashMapSearch<K>>();
     } else {
       RYL_LOG(velmar, StoreIndexKindRefused, kind);
       return false;

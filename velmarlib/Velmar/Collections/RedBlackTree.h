@@ -117,4 +117,22 @@ class RedBlackTree {
   }
 };
 
+template <class K, class D>
+template <class Compare>
+u32 RedBlackTree<K, D>::Walk(const Compare& compare, u32& parent, u32& side) const {
+  parent = kNone;
+  u32 node = root;
+  while (node != kNone) {
+    const Node& stand = nodes.data[node];
+    const int order = compare(stand.key);
+    if (order == 0) {
+      return node;
+    }
+    parent = node;
+    side = order < 0 ? TreeSide::kRight : TreeSide::kLeft;
+    node = order < 0 ? stand.right : stand.left;
+  }
+  return kNone;
+}
+
 }  // namespace Velmar::Collections

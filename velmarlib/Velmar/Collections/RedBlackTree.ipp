@@ -151,24 +151,6 @@ void RedBlackTree<K, D>::Destroy() {
 }
 
 template <class K, class D>
-template <class Compare>
-u32 RedBlackTree<K, D>::Walk(const Compare& compare, u32& parent, u32& side) const {
-  parent = kNone;
-  u32 node = root;
-  while (node != kNone) {
-    const Node& stand = nodes.data[node];
-    const int order = compare(stand.key);
-    if (order == 0) {
-      return node;
-    }
-    parent = node;
-    side = order < 0 ? TreeSide::kRight : TreeSide::kLeft;
-    node = order < 0 ? stand.right : stand.left;
-  }
-  return kNone;
-}
-
-template <class K, class D>
 void RedBlackTree<K, D>::PushFree(u32 node) {
   Node& freed = nodes.data[node];
   freed.left = kNone;

@@ -44,7 +44,20 @@ template <class T>
 bool CloudStatus<T>::Open(const char* folder, bool startPersistent) {
   total_requests = 0;
   total_successful_requests = 0;
-  return SetPath(folder, startPersistent) && SetPersistent(startPersistent);
+  return SetPath(folder, startPersistent) && CreateTrees() && SetPersistent(startPersistent);
+}
+
+template <class T>
+bool CloudStatus<T>::CreateTrees() {
+  constexpr u32 kNodes = 256;
+  constexpr u32 kNodeGrowth = 32;
+  constexpr u32 kChildren = 8;
+  if (!request_tree.Create(kNodes, kNodeGrowth, false, kChildren) ||
+      !response_tree.Create(kNodes, kNodeGrowth, false, kChildren)) {
+    RYL_LOG(cloud, CloudTreesNotCreated);
+    return false;
+  }
+  return true;
 }
 
 template <class T>

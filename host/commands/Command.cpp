@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "host/agent/DataFolder.h"
+#include "host/agent/Policy.h"
 #include "host/commands/Run.h"
 
 namespace Host::Commands {
@@ -12,13 +13,22 @@ void AddDataOption(CLI::App& command, std::string& dataFolder) {
   command.add_option("--data", dataFolder, "Folder of the history")->type_name("DIR")->capture_default_str();
 }
 
+void AddPolicyOption(CLI::App& command, std::string& path) {
+  command.add_option("--policy", path, "Policy document (TOML); else " + Policy::DefaultPath() + " if it is there")
+      ->type_name("FILE");
+}
+
 Command AddRun(CLI::App& program) {
   const auto options = std::make_shared<RunOptions>();
   CLI::App* app = program.add_subcommand("run", "Record this machine's connections until SIGINT or SIGTERM");
   AddDataOption(*app, options->dataFolder);
-  return {app, [options] { return RunCommand(*options); },
-          "  sudo netdb run                  all processes of this machine\n"
-          "  netdb run --data /tmp/history   those of this user, into a folder of its own\n"};
+  AddPolicyOption(*app, options->policyPath);
+  return {
+      app, [options] { return RunCommand(*options); },
+      "  sudo netdb run                  all processes of this machine\n"
+      "  netdb run --data /tmp/history   those of this user, into a folder of its own\n"
+      "  netdb run --policy netdb.toml   with the settings of that document\n"
+      "SIGHUP and \"netdb reload\" read the policy again; \"netdb status\" and \"netdb policy\" ask while it runs.\n"};
 }
 
 }  // namespace Host::Commands

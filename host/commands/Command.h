@@ -19,9 +19,12 @@ struct Command {
 Command AddImport(CLI::App& program);
 Command AddQuery(CLI::App& program);
 Command AddInspect(CLI::App& program);
+Command AddVerify(CLI::App& program);
 Command AddRun(CLI::App& program);
 
 // `--data DIR` with its default.
 void AddDataOption(CLI::App& command, std::string& dataFolder);
+// `--policy FILE`; `path` stays empty without it.
+void AddPolicyOption(CLI::App& command, std::string& path);
 
 }  // namespace Host::Commands

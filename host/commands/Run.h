@@ -1,4 +1,4 @@
-// netdb run: records this machine's connections in the foreground.
+// netdb run: records this machine's connections in the foreground, and answers on the control socket.
 #pragma once
 
 #include <string>
@@ -7,6 +7,7 @@ namespace Host {
 
 struct RunOptions {
   std::string dataFolder;
+  std::string policyPath;  // empty: wherever the policy usually is
 };
 
 // Exit code of the command.

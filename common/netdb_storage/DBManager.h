@@ -39,6 +39,14 @@ class DBManager {
   // The dump: rewrites the file if memory holds what it does not. Up to 5 saves, 100 ms apart.
   bool Flush();
 
+  // Takes the rows of harmless addresses out of the open day and stamps it as filtered. False when the cloud was not
+  // asked about all; what is known to be harmless is gone from memory then, too. The next dump writes it.
+  bool FilterIPs(CloudStatus<IPv4>* cloud);
+  // Renames a day's ".db" to its ".db.f", which must not exist. Up to 5 attempts, 100 ms apart.
+  static bool MarkFiltered(const char* path);
+  // A row of this day that pointed at the process is gone.
+  bool ReleaseProcess(u32 index) { return processes.Release(index); }
+
   // Gets each database file. False stops the walk and makes it false.
   using FileCallback = Velmar::Utils::Function<bool(const char* path, u64 day, u64 size)>;
   // Walks the day files of `folder` whose day lies in `from` to `to` (epoch seconds, rounded down to days), in the

@@ -3,10 +3,13 @@
 
 #include "Velmar/Collections/Array.h"
 #include "Velmar/Utils/Function.h"
+#include "common/cloud/CloudStatus.h"
 #include "common/netdb_storage/IPRecord.h"
 #include "common/netdb_storage/ProcessesDB.h"
 
 namespace RYL::NetDB {
+
+class DBManager;
 
 // T is IPv4 or IPv6. Rows are unique by (address, process, port); each with a process holds one reference on it.
 // Threads: thread-compatible; `rows` has no lock. Errors: false after a log record.
@@ -18,6 +21,18 @@ class IPDB {
   using Sink = Velmar::Utils::Function<bool(const IPRecord&)>;
 
   static constexpr u32 kMaxRows = 0x40000;
+
+  // Each address of a run of sorted rows once. The rows must stay as they are meanwhile.
+  class UniqIPIterator final : public CloudStatus<T>::IPIterator {
+   public:
+    UniqIPIterator(const IPRecord* begin, const IPRecord* behind) : current(begin), end(behind) {}
+    bool HasNext() override { return current != end; }
+    const T* Next() override;
+
+   private:
+    const IPRecord* current;
+    const IPRecord* end;
+  };
 
   IPDB() = default;
   IPDB(const IPDB&) = delete;
@@ -36,6 +51,11 @@ class IPDB {
              const Sink& sink) const;
   bool Query(const Velmar::Collections::Array<Filter>& filters, const Sink& sink) const;
 
+  // Takes the rows of harmless addresses out, after asking the cloud about those that are not known; `db` is where
+  // their processes are. False (level 5) when the cloud was not asked about all; what is known to be harmless is gone
+  // then, too.
+  bool FilterWhitelisted(CloudStatus<T>* cloud, DBManager* db);
+
   [[nodiscard]] u32 GetCount() const { return rows.count; }
 
  private:
@@ -46,6 +66,8 @@ class IPDB {
   u32 FindPlace(const IPRecord& record, bool& found) const;
   bool Merge(u32 place, const IPRecord& record);
   bool Insert(u32 place, const IPRecord& record);
+  // Moves the rows that stay to the front; the result is how many.
+  u32 CompactRows(CloudStatus<T>& cloud, DBManager& db);
 
   Velmar::Collections::Array<IPRecord> rows;
   bool initialised = false;

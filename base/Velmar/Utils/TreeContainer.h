@@ -75,7 +75,7 @@ class RYL_API TreeContainer {
   // The tree of a JSON document whose root is an object or an array; `length` -1 takes the whole text. With `create`
   // the tree is created first, without it must be created already. Whole numbers become UInt64 or, below zero, Int64;
   // others Float64. False for anything that is no such document, deeper than kMaxJsonDepth, and without memory; the
-  // tree is then empty. The third argument is false in all calls.
+  // tree is then empty. The third argument is true in all calls.
   bool CreateFromJsonString(const char* json, int length, bool reserved, bool create);
   // Appends the document. Text that is not valid UTF-8 has U+FFFD for each bad byte; a Float64 that is not finite is
   // null.

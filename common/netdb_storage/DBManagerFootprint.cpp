@@ -4,6 +4,7 @@
 #include "Velmar/OS/Time.h"
 #include "Velmar/Utils/ScopedDuration.h"
 #include "common/netdb_storage/DBManager.h"
+#include "common/netdb_storage/Footprint.h"
 #include "common/netdb_storage/StorageLog.h"
 
 namespace RYL::NetDB {
@@ -16,55 +17,12 @@ using Velmar::OS::Time;
 using Velmar::Utils::ScopedDuration;
 using Velmar::Utils::String;
 
-constexpr u32 kPassFiles = 32;
 constexpr u32 kDeleteAttempts = 6;
 constexpr u32 kDeletePauseMs = 100;
-constexpr u64 kMillisecondsPerSecond = 1000;
 constexpr int kPathArea = 256;
 constexpr int kNameArea = 32;
 
-struct Limits {
-  u64 maxBytes;
-  u64 maxDays;
-  u64 cutOff;  // first second of the youngest day that is too old
-};
-
-struct DayFile {
-  u64 day;
-  u64 size;
-  bool filtered;
-};
-
-// What one walk keeps of a folder, however many files there are.
-struct OldestFiles {
-  DayFile files[kPassFiles];  // ascending by day
-  u32 count = 0;
-  u64 total = 0;  // bytes of all files
-
-  void Take(const DayFile& file) {
-    total += file.size;
-    if (count == kPassFiles) {
-      if (files[count - 1].day < file.day) {
-        return;
-      }
-      --count;
-    }
-    u32 at = count++;
-    // Of equal days the one that came later goes first.
-    for (; at > 0 && files[at - 1].day >= file.day; --at) {
-      files[at] = files[at - 1];
-    }
-    files[at] = file;
-  }
-};
-
 enum class PassResult { kWithinLimits, kListDeleted, kFailed };
-
-// 0 when `maxDays` reaches back beyond 1970.
-u64 CutOffDay(u64 maxDays) {
-  const u64 today = Time::GetEpochTime(nullptr) / kMillisecondsPerSecond / DBManager::kSecondsPerDay;
-  return today > maxDays ? (today - maxDays) * DBManager::kSecondsPerDay : 0;
-}
 
 bool ListOldest(const char* folder, OldestFiles& list) {
   const auto take = [&list](const char* path, u64 day, u64 size) {
@@ -72,7 +30,7 @@ bool ListOldest(const char* folder, OldestFiles& list) {
     return true;
   };
   if (!DBManager::ForEachDBFile(folder, false, take, 0, ~u64{0})) {
-    RYL_LOG(netdb_storage, FootprintWalkFailed, kPassFiles);
+    RYL_LOG(netdb_storage, FootprintWalkFailed, OldestFiles::kCapacity);
     return false;
   }
   return true;
@@ -81,9 +39,7 @@ bool ListOldest(const char* folder, OldestFiles& list) {
 bool AppendFileName(String& path, const DayFile& file) {
   char area[kNameArea];
   String name;
-  return name.Create(area, sizeof(area), true, true) &&
-         name.SetFormat(file.filtered ? "%llu.db.f" : "%llu.db", static_cast<unsigned long long>(file.day)) &&
-         Path::Join(path, name, false);
+  return name.Create(area, sizeof(area), true, true) && file.FormatName(name) && Path::Join(path, name, false);
 }
 
 bool DeletePatiently(String& path, const char* name) {
@@ -98,7 +54,7 @@ bool DeletePatiently(String& path, const char* name) {
 }
 
 // `path` holds the folder, and does again after a true. `existed` tells whether there was such a file.
-bool DeleteDayFile(String& path, const DayFile& file, const Limits& limits, bool& existed) {
+bool DeleteDayFile(String& path, const DayFile& file, const FootprintLimits& limits, bool& existed) {
   if (!AppendFileName(path, file)) {
     RYL_LOG(netdb_storage, DayFilePathNotMade, file.day);
     return false;
@@ -114,7 +70,7 @@ bool DeleteDayFile(String& path, const DayFile& file, const Limits& limits, bool
   return true;
 }
 
-PassResult DeleteOldest(const char* folder, OldestFiles& list, const Limits& limits) {
+PassResult DeleteOldest(const char* folder, OldestFiles& list, const FootprintLimits& limits) {
   char area[kPathArea];
   String path;
   if (!path.Create(area, sizeof(area), true, true) || !path.Set(folder)) {
@@ -125,7 +81,7 @@ PassResult DeleteOldest(const char* folder, OldestFiles& list, const Limits& lim
   u32 removed = 0;
   for (; tried < list.count; ++tried) {
     const DayFile& file = list.files[tried];
-    if (file.day > limits.cutOff && list.total <= limits.maxBytes) {
+    if (limits.AreMet(file.day, list.total)) {
       break;
     }
     bool existed = false;
@@ -148,7 +104,7 @@ PassResult DeleteOldest(const char* folder, OldestFiles& list, const Limits& lim
 bool DBManager::EnsureDiskFootprintConstraints(const char* databaseFolder, u64 maxBytes, u64 maxDays) {
   const ScopedDuration timed(
       [](double value, const char* unit) { RYL_LOG(netdb_storage, FootprintTimed, value, unit); }, IsLogged());
-  const Limits limits{maxBytes, maxDays, CutOffDay(maxDays)};
+  const FootprintLimits limits(maxBytes, maxDays, Time::GetEpochTime(nullptr));
   for (;;) {
     OldestFiles list;
     if (!ListOldest(databaseFolder, list)) {

@@ -115,6 +115,14 @@ const std::array<SettingInfo, kSettingCount>& AllSettings() {
   return kSettings;
 }
 
+std::string SettingNames() {
+  std::string names;
+  for (const SettingInfo& info : kSettings) {
+    names += (names.empty() ? "" : ", ") + std::string(info.name);
+  }
+  return names;
+}
+
 Policy::Policy() {
   for (const SettingInfo& info : kSettings) {
     values_[static_cast<std::size_t>(info.setting)].value = info.defaultValue;

@@ -42,6 +42,8 @@ struct SettingInfo {
   const char* unit;     // of the value and its limits: "bytes", "days", "rows"; a switch has none
 };
 const std::array<SettingInfo, kSettingCount>& AllSettings();
+// Their names, as a list in a sentence.
+std::string SettingNames();
 
 // A value of its own, thread-compatible. Every value lies within its limits, so the module takes a policy whole.
 class Policy {

@@ -1,28 +1,33 @@
 // Policy's reading of a document.
-#include <toml++/toml.h>
-
 #include <algorithm>
 #include <exception>
 #include <limits>
 #include <numeric>
+#include <stdexcept>
 #include <vector>
 
 #include "host/agent/Policy.h"
 #include "host/agent/PolicyText.h"
 #include "host/text/Utf8.h"
 
+namespace {
+
+[[noreturn]] void RefuseDocument() {
+  throw std::runtime_error("this is no TOML");
+}
+
+}  // namespace
+
+// The parser asserts what some documents do not hold, and without assertions takes it for granted. Here it is a fault
+// of the document.
+#undef NDEBUG
+#define TOML_ASSERT(condition) (static_cast<bool>(condition) ? void() : RefuseDocument())
+#include <toml++/toml.h>
+
 namespace Host {
 namespace {
 
 constexpr std::string_view kDumpInterval = "db_dump_interval";
-
-std::string NamesThereAre() {
-  std::string names;
-  for (const SettingInfo& info : AllSettings()) {
-    names += (names.empty() ? "" : ", ") + std::string(info.name);
-  }
-  return names;
-}
 
 const SettingInfo* FindName(std::string_view name) {
   for (const SettingInfo& info : AllSettings()) {
@@ -110,7 +115,7 @@ std::string UnknownName(std::string_view name) {
   const SettingInfo* nearest = NearestTo(name);
   return "there is no setting " + Quoted(name) +
          (nearest == nullptr ? "" : "; did you mean " + std::string(nearest->name) + "?") +
-         (nearest == nullptr ? "; " : " ") + "there are " + NamesThereAre();
+         (nearest == nullptr ? "; " : " ") + "there are " + SettingNames();
 }
 
 // The fault of one line, or an empty text with `value` filled.
@@ -148,7 +153,7 @@ std::string ReadEntry(std::string_view name, const toml::node& node, u32 line,
   }
   if (node.is_table() || node.is_array_of_tables()) {
     return Quoted(name) + " is a table, and a policy has none, only lines NAME = VALUE; the names are " +
-           NamesThereAre();
+           SettingNames();
   }
   return UnknownName(name);
 }

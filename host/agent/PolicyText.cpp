@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
+#include "host/agent/Policy.h"
 #include "host/text/Utf8.h"
 
 namespace Host {
@@ -66,34 +68,60 @@ std::size_t PassString(std::string_view document, std::size_t at) {
       return std::min(end, at + kMaxClosingQuotes);
     }
     if (!manyLines && (document[at] == quote || document[at] == '\n')) {
-      return at + 1;
+      return document[at] == quote ? at + 1 : at;
     }
     at += quote == '"' && document[at] == '\\' ? 2 : 1;
   }
   return document.size();
 }
 
-std::optional<TextFault> FindNesting(std::string_view document) {
-  constexpr std::string_view kNesting = "[{.";
-  u32 found = 0;
-  for (std::size_t at = 0; at < document.size();) {
-    const char c = document[at];
-    if (c == '"' || c == '\'') {
-      at = PassString(document, at);
-      continue;
+// Walks over what stands outside of texts and comments.
+class Structure {
+ public:
+  explicit Structure(std::string_view document) : document_(document) {}
+
+  std::optional<TextFault> FindFault() {
+    while (at_ < document_.size()) {
+      const char c = document_[at_];
+      if (c == '[' && isLineStart_ && depth_ == 0) {
+        return Fault("a policy has no tables, only lines NAME = VALUE; the names are " + SettingNames());
+      }
+      Count(c);
+      if (nested_ > kMaxNesting) {
+        return Fault("too many tables, lists and dots; a policy has lines NAME = VALUE only");
+      }
+      Pass(c);
     }
-    if (c == '#') {
-      at = std::min(document.find('\n', at), document.size());
-      continue;
-    }
-    found += kNesting.find(c) != std::string_view::npos ? 1 : 0;
-    if (found > kMaxNesting) {
-      return TextFault{LineAt(document, at), "too many tables, lists and dots; a policy has lines NAME = VALUE only"};
-    }
-    ++at;
+    return std::nullopt;
   }
-  return std::nullopt;
-}
+
+ private:
+  [[nodiscard]] TextFault Fault(std::string sentence) const { return {LineAt(document_, at_), std::move(sentence)}; }
+
+  void Count(char c) {
+    const bool opens = c == '[' || c == '{';
+    nested_ += opens || c == '.' ? 1 : 0;
+    depth_ += opens ? 1 : 0;
+    depth_ -= (c == ']' || c == '}') && depth_ > 0 ? 1 : 0;
+  }
+
+  void Pass(char c) {
+    isLineStart_ = c == '\n' || (isLineStart_ && (c == ' ' || c == '\t'));
+    if (c == '"' || c == '\'') {
+      at_ = PassString(document_, at_);
+    } else if (c == '#') {
+      at_ = std::min(document_.find('\n', at_), document_.size());
+    } else {
+      ++at_;
+    }
+  }
+
+  std::string_view document_;
+  std::size_t at_ = 0;
+  bool isLineStart_ = true;
+  u32 nested_ = 0;  // openings and dots so far
+  u32 depth_ = 0;   // openings that are not closed
+};
 
 }  // namespace
 
@@ -107,7 +135,7 @@ std::optional<TextFault> FindTextFault(std::string_view document) {
   if (auto fault = FindBadCharacter(document)) {
     return fault;
   }
-  return FindNesting(document);
+  return Structure(document).FindFault();
 }
 
 }  // namespace Host

@@ -17,8 +17,8 @@ struct TextFault {
   std::string sentence;
 };
 
-// The first of these faults: too long, a byte order mark, not UTF-8, a control character, and more brackets and dots
-// than belongs into lines NAME = VALUE. The last bounds the depth of whatever a parser makes of the text.
+// The first of these faults: too long, a byte order mark, not UTF-8, a control character, a table's head, and more
+// brackets and dots than belong into lines NAME = VALUE. The last bounds the depth of whatever a parser makes of it.
 std::optional<TextFault> FindTextFault(std::string_view document);
 
 }  // namespace Host

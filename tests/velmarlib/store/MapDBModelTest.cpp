@@ -228,6 +228,18 @@ TEST(MapDBModel, WideKeysInAList) {
   CompareShapes<WideKeys>(ShapesOf(StoreFlags::kLinearSearch));
 }
 
+TEST(MapDBModel, TextKeysInATree) {
+  CompareShapes<TextKeys>(ShapesOf(StoreFlags::kRBTSearch));
+}
+
+TEST(MapDBModel, NumberKeysInATree) {
+  CompareShapes<NumberKeys>(ShapesOf(StoreFlags::kRBTSearch));
+}
+
+TEST(MapDBModel, WideKeysInATree) {
+  CompareShapes<WideKeys>(ShapesOf(StoreFlags::kRBTSearch));
+}
+
 TEST(MapDBModel, NumberKeysInATable) {
   const u32 kind = StoreFlags::kIndexSearch;
   CompareShapes<NumberKeys>({{kind, 0, 0, 1, 1, 0, 1},

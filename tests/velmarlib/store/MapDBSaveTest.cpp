@@ -260,7 +260,7 @@ TEST(MapDBLoad, EveryInstanceComesBackAsItWas) {
   const std::vector<const char*> texts = {"p", "4", "", "a key of more than sixteen bytes"};
   const std::vector<u32> numbers = {7, 0, 9, 3};
   const std::vector<Types::UInt128> wide = {{{0, 7}}, {{0, 0}}, {{0, 9}}, {{0, 1}}};
-  for (const u32 kind : {StoreFlags::kBinarySearch, StoreFlags::kLinearSearch}) {
+  for (const u32 kind : {StoreFlags::kBinarySearch, StoreFlags::kLinearSearch, StoreFlags::kRBTSearch}) {
     ExpectRoundTrip<TextStore>(texts, kind);
     ExpectRoundTrip<StringStore>(texts, kind);
     ExpectRoundTrip<NumberStore>(numbers, kind);

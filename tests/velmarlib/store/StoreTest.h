@@ -40,6 +40,14 @@ struct MapDBTestAccess {
     return store.mutex != nullptr;
   }
   template <class Store>
+  static auto& Index(Store& store) {
+    return *store.search;
+  }
+  template <class Store>
+  static const auto* Entries(const Store& store) {
+    return store.entries;
+  }
+  template <class Store>
   static void ForgetBinder(Store& store) {
     store.binder = nullptr;
   }

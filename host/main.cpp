@@ -45,7 +45,8 @@ int Main(int argc, char** argv) {
   program.set_version_flag("--version", "netdb " NETDB_VERSION);
   program.require_subcommand(1);
   std::vector<Command> commands = {Host::Commands::AddRun(program), Host::Commands::AddImport(program),
-                                   Host::Commands::AddQuery(program), Host::Commands::AddInspect(program)};
+                                   Host::Commands::AddQuery(program), Host::Commands::AddInspect(program),
+                                   Host::Commands::AddVerify(program)};
   std::string topic;
   Command help;
   help.app = program.add_subcommand("help", "Show how a command is used");

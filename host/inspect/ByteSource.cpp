@@ -16,7 +16,7 @@ FileBytes::~FileBytes() {
 
 bool FileBytes::Open(const std::string& path) {
   struct stat status = {};
-  descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe would wait for its writer
   if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
     return false;
   }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "host/text/JsonObject.h"
 #include "host/text/TimeText.h"
 #include "host/text/Utf8.h"
 
@@ -9,6 +10,8 @@ namespace Host::Inspect {
 namespace {
 
 namespace DB = Velmar::Collections::DB;
+using Text::JsonArray;
+using Text::JsonObject;
 
 std::string Hex(u32 value) {
   char text[16];
@@ -104,52 +107,22 @@ std::string TablesText(const std::vector<TableReport>& tables) {
   return text;
 }
 
-// A JSON object that grows by members.
-class JsonObject {
- public:
-  JsonObject& Raw(const char* name, const std::string& value) {
-    text_ += text_.size() > 1 ? ",\"" : "\"";
-    text_ += name;
-    text_ += "\":" + value;
-    return *this;
-  }
-  JsonObject& Number(const char* name, u64 value) { return Raw(name, std::to_string(value)); }
-  JsonObject& Number(const char* name, const std::optional<u32>& value) {
-    return Raw(name, value ? std::to_string(*value) : "null");
-  }
-  JsonObject& Bool(const char* name, bool value) { return Raw(name, value ? "true" : "false"); }
-  JsonObject& String(const char* name, const std::string& value) { return Raw(name, Text::ToJsonString(value)); }
-  JsonObject& Crc(const Checksum& crc) {
-    return Number("crc_stored", crc.stored).Number("crc_computed", crc.computed).Bool("crc_good", crc.IsGood());
-  }
-  [[nodiscard]] std::string End() const { return text_ + '}'; }
-
- private:
-  std::string text_ = "{";
-};
-
-template <class Item>
-std::string JsonArray(const std::vector<Item>& items, std::string (*toJson)(const Item&)) {
-  std::string text = "[";
-  for (const Item& item : items) {
-    text += text.size() > 1 ? "," : "";
-    text += toJson(item);
-  }
-  return text + ']';
+void AddCrc(JsonObject& object, const Checksum& crc) {
+  object.Number("crc_stored", u64{crc.stored}).Number("crc_computed", u64{crc.computed}).Bool("crc_good", crc.IsGood());
 }
 
 std::string HeaderJson(const StoreReport& report) {
   const DB::StoreHeader& header = *report.header;
-  return JsonObject()
-      .Number("format_version", header.FormatVersion)
+  JsonObject object;
+  object.Number("format_version", header.FormatVersion)
       .Number("data_version", header.DataVersion)
       .Number("entry_count", header.EntryCount)
       .Number("file_flags", header.FileFlags)
       .Number("key_entry_size", header.KeyEntrySize)
       .Number("index_position", header.IndexPosition)
-      .Number("blob_size", header.BinderHeaderSize)
-      .Crc(report.headerCrc)
-      .End();
+      .Number("blob_size", header.BinderHeaderSize);
+  AddCrc(object, report.headerCrc);
+  return object.End();
 }
 
 std::string BlobJson(const BlobReport& blob) {
@@ -158,20 +131,20 @@ std::string BlobJson(const BlobReport& blob) {
   if (blob.dayStamp) {
     object.Number("day", *blob.dayStamp).Number("filter_time", *blob.filterStamp);
   }
-  return object.Crc(blob.crc).End();
+  AddCrc(object, blob.crc);
+  return object.End();
 }
 
 std::string BlockJson(const BlockReport& block) {
-  return JsonObject()
-      .String("kind", block.isIndex ? "index" : "page")
+  JsonObject object;
+  object.String("kind", block.isIndex ? "index" : "page")
       .Number("position", block.position)
       .Number("size", block.size)
       .Number("ciphered_size", block.cipheredSize)
       .Number("compressed_size", block.compressedSize)
-      .Number("raw_size", u64{block.rawSize})
-      .Crc(block.crc)
-      .Bool("readable", block.isReadable)
-      .End();
+      .Number("raw_size", u64{block.rawSize});
+  AddCrc(object, block.crc);
+  return object.Bool("readable", block.isReadable).End();
 }
 
 std::string EntryJson(const EntryReport& entry) {

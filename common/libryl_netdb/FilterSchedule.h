@@ -9,25 +9,13 @@
 #include "Velmar/Utils/String.h"
 #include "common/Address.h"
 #include "common/cloud/CloudStatus.h"
+#include "common/cloud/filter_job/FilterJob.h"
 #include "common/netdb_storage/DBManager.h"
 
 namespace RYL::Module {
 
-// Values of the status byte that the schedule and its job share.
-namespace FilterState {
-inline constexpr u8 kLaunched = 0;  // set before the thread is created
-inline constexpr u8 kRunning = 1;   // set by the job on entry
-inline constexpr u8 kDone = 2;      // set by the job
-inline constexpr u8 kFailed = 3;    // set by the job, or when it got no thread
-inline constexpr u8 kIdle = 4;
-}  // namespace FilterState
-
-// What a job gets. Lives as long as the schedule, which joins the job before it changes or ends.
-struct FilterJobContext {
-  Velmar::Utils::String* file;
-  NetDB::CloudStatus<NetDB::IPv4>* cloud;
-  std::atomic<u8>* status;
-};
+namespace FilterState = NetDB::FilterState;
+using NetDB::FilterJobContext;
 
 // The two steps that the schedule runs but does not know.
 struct FilterJobSteps {

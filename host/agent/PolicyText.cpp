@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <utility>
 
 #include "host/agent/Policy.h"
 #include "host/text/Utf8.h"
@@ -55,48 +54,56 @@ std::optional<TextFault> FindBadCharacter(std::string_view document) {
   return std::nullopt;
 }
 
-// Behind the string that starts at `at`, in any of TOML's four forms.
-std::size_t PassString(std::string_view document, std::size_t at) {
-  constexpr std::size_t kMaxClosingQuotes = 5;  // two of the text and three that close it
-  const char quote = document[at];
-  const std::string fence(3, quote);
-  const bool manyLines = StartsWith(document.substr(at), fence);
-  at += manyLines ? 3 : 1;
-  while (at < document.size()) {
-    if (manyLines && StartsWith(document.substr(at), fence)) {
-      const std::size_t end = std::min(document.find_first_not_of(quote, at), document.size());
-      return std::min(end, at + kMaxClosingQuotes);
-    }
-    if (!manyLines && (document[at] == quote || document[at] == '\n')) {
-      return document[at] == quote ? at + 1 : at;
-    }
-    at += quote == '"' && document[at] == '\\' ? 2 : 1;
-  }
-  return document.size();
+bool IsBeyondAscii(char c) {
+  return static_cast<u8>(c) >= 0x80;
 }
 
-// Walks over what stands outside of texts and comments.
+// Behind the string of one line that starts at `at`; the line's end when nothing closes it.
+std::size_t PassString(std::string_view document, std::size_t at) {
+  const char quote = document[at++];
+  while (at < document.size() && document[at] != '\n') {
+    if (document[at] == quote) {
+      return at + 1;
+    }
+    at += quote == '"' && document[at] == '\\' && at + 1 < document.size() && document[at + 1] != '\n' ? 2 : 1;
+  }
+  return at;
+}
+
+// Walks over what stands outside of texts and comments, and refuses what no line NAME = VALUE holds: the parser has
+// mistakes in what it does with most of that.
 class Structure {
  public:
   explicit Structure(std::string_view document) : document_(document) {}
 
   std::optional<TextFault> FindFault() {
     while (at_ < document_.size()) {
-      const char c = document_[at_];
-      if (c == '[' && isLineStart_ && depth_ == 0) {
-        return Fault("a policy has no tables, only lines NAME = VALUE; the names are " + SettingNames());
+      const std::string sentence = FaultHere();
+      if (!sentence.empty()) {
+        return TextFault{LineAt(document_, at_), sentence};
       }
-      Count(c);
-      if (nested_ > kMaxNesting) {
-        return Fault("too many tables, lists and dots; a policy has lines NAME = VALUE only");
-      }
-      Pass(c);
+      Pass();
     }
     return std::nullopt;
   }
 
  private:
-  [[nodiscard]] TextFault Fault(std::string sentence) const { return {LineAt(document_, at_), std::move(sentence)}; }
+  std::string FaultHere() {
+    const char c = document_[at_];
+    const std::string_view rest = document_.substr(at_);
+    if (c == '[' && isLineStart_ && depth_ == 0) {
+      return "a policy has no tables, only lines NAME = VALUE; the names are " + SettingNames();
+    }
+    if (StartsWith(rest, "\"\"\"") || StartsWith(rest, "'''")) {
+      return "a policy has no texts of several lines";
+    }
+    const std::string_view passed = document_.substr(at_, Next() - at_);
+    if (c != '#' && std::any_of(passed.begin(), passed.end(), IsBeyondAscii)) {
+      return "outside of comments a policy is ASCII";
+    }
+    Count(c);
+    return nested_ > kMaxNesting ? "too many tables, lists and dots; a policy has lines NAME = VALUE only" : "";
+  }
 
   void Count(char c) {
     const bool opens = c == '[' || c == '{';
@@ -105,14 +112,22 @@ class Structure {
     depth_ -= (c == ']' || c == '}') && depth_ > 0 ? 1 : 0;
   }
 
-  void Pass(char c) {
+  void Pass() {
+    const char c = document_[at_];
     isLineStart_ = c == '\n' || (isLineStart_ && (c == ' ' || c == '\t'));
-    if (c == '"' || c == '\'') {
-      at_ = PassString(document_, at_);
-    } else if (c == '#') {
-      at_ = std::min(document_.find('\n', at_), document_.size());
-    } else {
-      ++at_;
+    at_ = Next();
+  }
+
+  // Behind the text, the comment or the character that is here.
+  [[nodiscard]] std::size_t Next() const {
+    switch (document_[at_]) {
+      case '"':
+      case '\'':
+        return PassString(document_, at_);
+      case '#':
+        return std::min(document_.find('\n', at_), document_.size());
+      default:
+        return at_ + 1;
     }
   }
 

@@ -179,7 +179,7 @@ TEST(Policy, FirstFaultOfADocumentIsTold) {
 
 TEST(Policy, WrongTypeIsToldWithTheRightOne) {
   const std::pair<const char*, const char*> notNumbers[] = {{"\"30\"", "a text"},
-                                                            {"'''30'''", "a text"},
+                                                            {"'30'", "a text"},
                                                             {"3.0", "a number with a fraction"},
                                                             {"true", "true or false"},
                                                             {"[30]", "a list"},
@@ -214,6 +214,22 @@ TEST(Policy, TablesAreRefused) {
   EXPECT_EQ(ErrorOf("netdb.max_db_days = 5\n"), "p.toml:1: \"netdb\"" + sentence + kAllNames);
   EXPECT_EQ(ErrorOf("netdb = {}\n"), "p.toml:1: \"netdb\"" + sentence + kAllNames);
   EXPECT_EQ(ErrorOf("max_db_days = [\n[1]\n]"), "p.toml:1: max_db_days has to be a whole number, not a list");
+}
+
+TEST(Policy, TextOfSeveralLinesIsRefused) {
+  EXPECT_EQ(ErrorOf("\nmax_db_days = \"\"\"\n5\"\"\""), "p.toml:2: a policy has no texts of several lines");
+  EXPECT_EQ(ErrorOf("\nmax_db_days = \'\'\'5\'\'\'"), "p.toml:2: a policy has no texts of several lines");
+  EXPECT_EQ(Parsed("# \"\"\" \'\'\'\nmax_db_days = 5\n").Get(Setting::kMaxDbDays).value, 5U);
+}
+
+TEST(Policy, LettersBeyondAsciiStandInCommentsOnly) {
+  const std::string letters = "\xC3\xA4\xD2\x99\xE2\x80\x83\xF0\x9F\x98\x80";
+  for (const std::string& line : {letters + " = 5", "max_db_days = " + letters, "max_db_days = 5 " + letters,
+                                  "max_db_days = 5\"" + letters + "\"", "'" + letters + "' = 5"}) {
+    EXPECT_EQ(ErrorOf("\n" + line), "p.toml:2: outside of comments a policy is ASCII");
+  }
+  EXPECT_EQ(Parsed("max_db_days = 5 # " + letters).Get(Setting::kMaxDbDays).value, 5U);
+  EXPECT_EQ(Parsed("max_db_days = 5#" + letters).Get(Setting::kMaxDbDays).value, 5U);
 }
 
 TEST(Policy, SameNameTwiceIsRefused) {
@@ -266,14 +282,12 @@ TEST(Policy, AnyDepthOfNestingIsRefused) {
   };
   for (const std::string& deep :
        {"x = " + repeated("[", 300000), "x = " + repeated("{a=", 300000), repeated("a.", 400000) + "a = 1",
-        "x = " + repeated("[\n", 300000), "x = {y = \"\"\"a\"\"\"\"\", " + repeated("a.", 300000) + "a = 1}",
-        "x = {y = '''a'''', " + repeated("a.", 300000) + "a = 1}",
-        "x = {y = \"\\\\\", " + repeated("a.", 300000) + "a = 1}"}) {
+        "x = " + repeated("[\n", 300000), "x = {y = \"\\\\\", " + repeated("a.", 300000) + "a = 1}"}) {
     EXPECT_EQ(ErrorOf("# first\n" + deep).substr(0, 7), "p.toml:");
     EXPECT_THAT(ErrorOf(deep), HasSubstr(sentence));
   }
   // What texts and comments hold does not nest.
-  EXPECT_THAT(ErrorOf("x = \"\"\"" + repeated("[.\\\"{", 1000) + "\"\"\"\n"), HasSubstr("there is no setting \"x\""));
+  EXPECT_THAT(ErrorOf("x = \"" + repeated("[.\\\"{", 1000) + "\"\n"), HasSubstr("there is no setting \"x\""));
   EXPECT_THAT(ErrorOf("x = '" + repeated("[.{\\", 1000) + "'\n"), HasSubstr("there is no setting \"x\""));
   EXPECT_EQ(Parsed("# it's " + repeated("[.{", 1000) + "\nmax_db_days = 5\n").Get(Setting::kMaxDbDays).value, 5U);
 }

@@ -1,6 +1,8 @@
 // The private side of CloudStatus, for tests: what the cloud's answers write, and whether there is a cache.
 #pragma once
 
+#include "Velmar/Collections/Caches/TimeCacheBasicTypeWrapper.h"
+#include "Velmar/Collections/ModuleMemory.h"
 #include "common/cloud/CloudStatus.h"
 
 namespace RYL::NetDB {
@@ -13,6 +15,12 @@ struct CloudStatusTestAccess {
   template <class T>
   static bool HasCache(const CloudStatus<T>& status) {
     return status.cache != nullptr;
+  }
+  // As after a switch that failed.
+  template <class T>
+  static void GiveUpCache(CloudStatus<T>& status) {
+    Velmar::Collections::Delete(status.cache);
+    status.cache = nullptr;
   }
   template <class T>
   static void CountRequest(CloudStatus<T>& status, bool successful) {

@@ -3,6 +3,7 @@
 
 #include "host/agent/DataFolder.h"
 #include "host/agent/ModuleSession.h"
+#include "host/agent/Policy.h"
 #include "host/commands/Command.h"
 #include "host/commands/Console.h"
 #include "host/commands/StopSignal.h"
@@ -16,6 +17,7 @@ constexpr char kExamples[] =
     "  netdb import conn.log                            a Zeek log; its form is recognised\n"
     "  netdb import conn.*.log.gz                       compressed ones\n"
     "  netdb import --local 203.0.113.0/24 conn.log     where the local machines have public addresses\n"
+    "  netdb import --policy netdb.toml conn.log        what is kept is what this policy says\n"
     "  netdb import process.ndjson network.ndjson       Sysmon events 1 and 3; the order of the files is free\n"
     "  netdb query --format jsonl | netdb import --data /tmp/copy -\n";
 
@@ -23,6 +25,7 @@ struct Arguments {
   std::string dataFolder;
   std::string form;
   std::string local;
+  std::string policy;
   bool json = false;
   std::vector<std::string> files;
 };
@@ -73,7 +76,7 @@ bool CloseSession(ModuleSession& session) {
   return false;
 }
 
-int RunImport(const Arguments& arguments, const Import::LocalNetworks& local) {
+int RunImport(const Arguments& arguments, const Import::LocalNetworks& local, const Policy& policy) {
   std::string error;
   if (!CheckPathLength(arguments.dataFolder, error)) {
     PrintError(error);
@@ -81,13 +84,14 @@ int RunImport(const Arguments& arguments, const Import::LocalNetworks& local) {
   }
   ProcessRegistry processes;
   RecordedHashes hashes(&processes);
-  Import::ImportRunner runner({FormOf(arguments.form), local, arguments.files}, processes, hashes, &PrintNote);
+  Import::ImportRunner runner({FormOf(arguments.form), local, arguments.files, policy}, processes, hashes, &PrintNote);
   if (!runner.Prepare()) {
     PrintError("nothing to import");
     return kFailed;
   }
   DataFolderLock lock;
   ModuleSession session({&processes, &hashes});
+  session.UsePolicy(policy);
   if (!lock.Take(arguments.dataFolder, "import", error) || !session.Open(arguments.dataFolder, error)) {
     PrintError(error);
     return kFailed;
@@ -108,15 +112,30 @@ int RunImport(const Arguments& arguments, const Import::LocalNetworks& local) {
   return stored && printed && complete ? kDone : kFailed;
 }
 
+// False, and said, when under this policy the module would take nothing.
+bool IsRecording(const Policy& policy) {
+  const Policy::Value& enabled = policy.Get(Setting::kNetdbEnabled);
+  if (enabled.value == 0) {
+    PrintError(policy.Source() + ":" + std::to_string(enabled.line) +
+               ": netdb_enabled is off, so that nothing would be stored");
+  }
+  return enabled.value != 0;
+}
+
 int Run(const Arguments& arguments) {
   std::string error;
+  const auto policy = Policy::LoadOrDefault(arguments.policy, error);
+  if (!policy) {
+    PrintError(error);
+    return kUsage;
+  }
   const auto local = arguments.local.empty() ? std::optional(Import::LocalNetworks::Usual())
                                              : Import::LocalNetworks::Parse(arguments.local, error);
   if (!local) {
     PrintError("--local: " + error);
     return kUsage;
   }
-  return RunImport(arguments, *local);
+  return IsRecording(*policy) ? RunImport(arguments, *local, *policy) : kFailed;
 }
 
 }  // namespace
@@ -130,6 +149,8 @@ Command AddImport(CLI::App& program) {
   app->add_option("--local", arguments->local,
                   "Addresses and networks of the local side, separated by commas; the private, loopback and link-local "
                   "ones unless given");
+  app->add_option("--policy", arguments->policy, "Policy that says what is kept; that of the usual place unless given")
+      ->type_name("FILE");
   app->add_flag("--json", arguments->json, "Print the summary as one JSON object");
   app->add_option("FILE", arguments->files, "Logs, plain or gzip-compressed; - is standard input")->required();
   return {app, [arguments] { return Run(*arguments); }, kExamples};

@@ -114,6 +114,7 @@ void ImportRunner::AddSource(const std::string& name) {
 
 ImportSummary ImportRunner::Run(const EventSink& sink, const StopRequested& stopRequested) {
   nowMs_ = Velmar::OS::Time::GetEpochTime(nullptr);
+  policyCheck_.emplace(options_.policy, nowMs_);
   DayWindow window([this, &sink](const ConnectionRecord& event) {
     summary_.delivered = sink(event);
     summary_.events += summary_.delivered ? 1 : 0;
@@ -192,6 +193,9 @@ bool ImportRunner::ReadLine(const InputFile& input, std::string_view line, Conne
   Finding finding = reader.Read(line, connection);
   if (finding == Finding::kConnection) {
     finding = CheckBounds(connection, nowMs_);
+  }
+  if (finding == Finding::kConnection) {
+    finding = policyCheck_->Check(connection);
   }
   if (finding == Finding::kConnection) {
     ++summary_.connections;

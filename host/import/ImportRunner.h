@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "host/agent/Policy.h"
 #include "host/agent/ProcessRegistry.h"
 #include "host/import/DayWindow.h"
 #include "host/import/InputFile.h"
+#include "host/import/PolicyCheck.h"
 #include "host/import/RecordedConnection.h"
 
 namespace Host::Import {
@@ -24,6 +26,7 @@ struct ImportOptions {
   std::optional<Form> form;  // nothing: recognised file by file
   LocalNetworks local = LocalNetworks::Usual();
   std::vector<std::string> files;
+  Policy policy;  // that of the module
 };
 
 struct ImportSummary {
@@ -74,6 +77,7 @@ class ImportRunner {
   std::unique_ptr<Readers> readers_;
   ImportSummary summary_;
   u64 nowMs_ = 0;
+  std::optional<PolicyCheck> policyCheck_;  // from Run on
 };
 
 }  // namespace Host::Import

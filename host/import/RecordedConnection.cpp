@@ -22,6 +22,12 @@ const char* NameOf(Finding skip) {
       return "time_out_of_range";
     case Finding::kBytesTooLarge:
       return "bytes_too_large";
+    case Finding::kTooOld:
+      return "too_old";
+    case Finding::kPrivateAddress:
+      return "private_address";
+    case Finding::kSpecialAddress:
+      return "special_address";
     default:
       return "";
   }
@@ -39,6 +45,12 @@ const char* ExplanationOf(Finding skip) {
       return "its time is before 2001-09-09T01:46:40Z or in the future";
     case Finding::kBytesTooLarge:
       return "a byte count is above 2^40";
+    case Finding::kTooOld:
+      return "its day is past the age limit of the policy, max_db_days";
+    case Finding::kPrivateAddress:
+      return "its remote address is private; the policy can keep those with keep_private_addresses";
+    case Finding::kSpecialAddress:
+      return "loopback and link-local addresses and 0.0.0.0 are not recorded";
     default:
       return "";
   }

@@ -36,9 +36,14 @@ enum class Finding {
   kNotOneLocalSide,
   kTimeOutOfRange,
   kBytesTooLarge,
+  // What the policy does not keep:
+  kTooOld,
+  kPrivateAddress,
+  kSpecialAddress,
 };
-inline constexpr Finding kSkips[] = {Finding::kMalformed, Finding::kIPv6, Finding::kNotOneLocalSide,
-                                     Finding::kTimeOutOfRange, Finding::kBytesTooLarge};
+inline constexpr Finding kSkips[] = {Finding::kMalformed,      Finding::kIPv6,          Finding::kNotOneLocalSide,
+                                     Finding::kTimeOutOfRange, Finding::kBytesTooLarge, Finding::kTooOld,
+                                     Finding::kPrivateAddress, Finding::kSpecialAddress};
 
 // "not_one_local_side": the name under which a skip is counted.
 const char* NameOf(Finding skip);

@@ -207,12 +207,12 @@ void Inspector::ReadPages(BlockReader& reader, const std::vector<u8>* index) {
     if (!problem.empty()) {
       Complain(position, "page: " + problem);
     }
-    if (!sized) {
-      return;
-    }
     // Keys and values belong together by their number, so that behind a lost page no key has a value.
     if (!block.isReadable) {
       report_.entriesComplete = false;
+    }
+    if (!sized) {
+      return;
     }
     ReadPage(page, position, keyed && report_.entriesComplete ? &cursor : nullptr);
     position += block.size;

@@ -71,8 +71,8 @@ void CheckShape(const StoreReport& store, const Shape& shape, VerifyReport& repo
 
 // Whether all entries have been seen, so that a missing one can be told from an unreadable one.
 bool EntriesWereRead(const StoreReport& store) {
-  return store.isStore && store.entriesComplete &&
-         (store.blocks.empty() || (store.blocks.back().isIndex && store.blocks.back().isReadable));
+  return store.isStore && store.entriesComplete && !store.blocks.empty() && store.blocks.back().isIndex &&
+         store.blocks.back().isReadable;
 }
 
 void SortProblems(VerifyReport& report) {

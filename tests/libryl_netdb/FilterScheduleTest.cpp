@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "Velmar/OS/FileSystem.h"
 #include "Velmar/OS/Threading.h"
 #include "Velmar/OS/Time.h"
 #include "platform/sim/Sim.h"
@@ -38,6 +39,7 @@ struct Script {
   int finds = 0;
   std::string folder;
   std::string jobFile;
+  NetDB::CloudStatus<NetDB::IPv4>* jobCloud = nullptr;
   u8 stateOnEntry = 0xFF;
   Velmar::OS::Event* hold = nullptr;  // the job ends when this is signalled
 };
@@ -54,6 +56,7 @@ void Job(void* context) {
   auto* job = static_cast<FilterJobContext*>(context);
   script->stateOnEntry = job->status->exchange(FilterState::kRunning);
   script->jobFile = job->file->text;
+  script->jobCloud = job->cloud;
   if (script->hold != nullptr) {
     script->hold->Wait(1000000);
   }
@@ -95,6 +98,7 @@ TEST_F(FilterScheduleTest, WithoutJitterTheFirstJobStartsAtOnce) {
   EXPECT_TRUE(schedule.IsIdle());
   Turn();
   EXPECT_EQ(steps.jobFile, "/data/netdb/1699833600.db");
+  EXPECT_EQ(steps.jobCloud, &verdicts);
   EXPECT_EQ(steps.stateOnEntry, FilterState::kLaunched);
   EXPECT_EQ(steps.folder, "/data/netdb");
   ASSERT_EQ(host.Threads().size(), 1U);
@@ -262,6 +266,67 @@ TEST_F(FilterScheduleTest, NoThreadCountsAsAFailedJob) {
   schedule.Advance(kStartMs, true);
   EXPECT_EQ(log.Lines(3), Lines{"3 ryl_netdb.FilterJobFailed"});
   EXPECT_EQ(Access::Backoff(schedule), 3600000U);
+}
+
+TEST_F(FilterScheduleTest, OldestUnfilteredFileButTodaysIsTheNext) {
+  FilterSchedule real(Parts({.job = &Job}), kSeed);
+  real.Begin(false);
+  Velmar::Sim::PutFile("/data/netdb/1699920000.db", "today");
+  Velmar::Sim::PutFile("/data/netdb/1699660800.db.f", "filtered");
+  real.Advance(kStartMs, true);
+  EXPECT_EQ(log.Lines(), Lines{"2 ryl_netdb.NoFileToFilter"});
+  Velmar::Sim::PutFile("/data/netdb/1699833600.db", "newer");
+  Velmar::Sim::PutFile("/data/netdb/1699747200.db", "older");
+  real.Advance(kStartMs, true);
+  real.WaitForJob();
+  EXPECT_EQ(steps.jobFile, "/data/netdb/1699747200.db");
+}
+
+// The day before the present one is still open when no event of today has come.
+class OpenDayTest : public FilterScheduleTest {
+ protected:
+  OpenDayTest() {
+    NetDB::BacklogMessage message;
+    message.address = 0x09080706;
+    message.timestamp = 1699833600 + 5;
+    EXPECT_TRUE(Velmar::OS::FileSystem::CreateDirectory("/data/netdb"));
+    EXPECT_TRUE(db.SetFolder("/data/netdb"));
+    EXPECT_TRUE(db.Add(message, nullptr));
+    schedule.Begin(false);
+    log.Clear();
+  }
+};
+
+TEST_F(OpenDayTest, IsDumpedBeforeItsFileIsHandedOut) {
+  schedule.Advance(kStartMs, true);
+  schedule.WaitForJob();
+  EXPECT_EQ(steps.jobFile, "/data/netdb/1699833600.db");
+  const Lines lines = log.Names(1);
+  const auto dumped = std::find(lines.begin(), lines.end(), "netdb_storage.DayDumped");
+  EXPECT_LT(dumped, std::find(lines.begin(), lines.end(), "ryl_netdb.FilterJobStarts"));
+  EXPECT_GT(Velmar::Sim::ModificationTime("/data/netdb/1699833600.db"), 0U);
+}
+
+TEST_F(OpenDayTest, ThatCannotBeDumpedIsNotHandedOut) {
+  Velmar::Sim::FailFileOperation(Velmar::Sim::Operation::kCreate, 0, Velmar::Sim::Fault::kFail, 5);
+  schedule.Advance(kStartMs, true);
+  EXPECT_EQ(log.Lines(5).back(), "5 ryl_netdb.FilterFileNotFlushed");
+  EXPECT_EQ(log.Arguments("ryl_netdb.FilterFileNotFlushed"), Lines{"/data/netdb/1699833600.db"});
+  EXPECT_TRUE(schedule.IsIdle());
+  EXPECT_TRUE(host.Threads().empty());
+  schedule.Advance(kStartMs, true);
+  EXPECT_EQ(host.Threads().size(), 1U);
+  schedule.WaitForJob();
+}
+
+TEST_F(OpenDayTest, StaysInMemoryWhenTheFileIsOfAnotherDay) {
+  Velmar::Sim::PutFile("/data/netdb/1699747200.db", "older");
+  FilterSchedule real(Parts({.job = &Job}), kSeed);
+  real.Begin(false);
+  real.Advance(kStartMs, true);
+  real.WaitForJob();
+  EXPECT_EQ(steps.jobFile, "/data/netdb/1699747200.db");
+  EXPECT_EQ(log.Count("netdb_storage.DayDumped"), 0);
 }
 
 TEST_F(FilterScheduleTest, WaitForJobJoinsWithALog) {

@@ -1,11 +1,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/cloud/CloudStatusTestAccess.h"
 #include "tests/libryl_netdb/ModuleFixture.h"
 #include "tests/support/CountingAllocator.h"
 
 namespace RYL::Module {
 namespace {
+
+using Verdicts = NetDB::CloudStatusTestAccess;
 
 using NetDB::Backlog;
 using NetDB::BacklogMessage;
@@ -68,6 +71,45 @@ TEST_F(HandleEventTest, NewConnectionIsQueuedWhole) {
   EXPECT_EQ(message.bytes_out, 0U);
   EXPECT_EQ(message.timestamp, 1699999999U);
   EXPECT_TRUE(wake->Wait(0));
+}
+
+// Addresses of these tests, first octet in the low byte.
+constexpr u32 kPublic = 0x097100CB;   // 203.0.113.9
+constexpr u32 kPrivate = 0x0100000A;  // 10.0.0.1
+
+TEST_F(HandleEventTest, HarmlessAddressIsDroppedInSilence) {
+  ASSERT_TRUE(Verdicts::StoreVerdict(Access::GetVerdicts(Manager()), NetDB::IPv4::FromRaw(kPublic), true));
+  ExpectIgnored(Connection("203.0.113.9"), true, {});
+  // A policy that stops cloud queries does not stop the use of what is known.
+  Settings().cloud_query_enabled.Set(false);
+  ExpectIgnored(Connection("203.0.113.9"), true, {});
+  EXPECT_TRUE(Handle(Connection("203.0.113.8")));
+  EXPECT_EQ(queue->GetCount(), 1U);
+}
+
+TEST_F(HandleEventTest, HarmlessAddressIsRecordedAgainWhenItsVerdictHasExpired) {
+  ASSERT_TRUE(Verdicts::StoreVerdict(Access::GetVerdicts(Manager()), NetDB::IPv4::FromRaw(kPublic), true));
+  Velmar::Sim::AdvanceTime(172800000);
+  ExpectIgnored(Connection("203.0.113.9"), true, {});
+  Velmar::Sim::AdvanceTime(1);
+  EXPECT_TRUE(Handle(Connection("203.0.113.9")));
+  EXPECT_EQ(queue->GetCount(), 1U);
+}
+
+TEST_F(HandleEventTest, AddressKnownAsNotHarmlessIsQueued) {
+  ASSERT_TRUE(Verdicts::StoreVerdict(Access::GetVerdicts(Manager()), NetDB::IPv4::FromRaw(kPublic), false));
+  EXPECT_TRUE(Handle(Connection("203.0.113.9")));
+  EXPECT_EQ(queue->GetCount(), 1U);
+}
+
+TEST_F(HandleEventTest, PrivateAddressThatIsKeptIsNotAskedFor) {
+  ASSERT_TRUE(Verdicts::StoreVerdict(Access::GetVerdicts(Manager()), NetDB::IPv4::FromRaw(kPrivate), true));
+  Settings().keep_private_addresses.Set(true);
+  EXPECT_TRUE(Handle(Connection("10.0.0.1")));
+  EXPECT_EQ(Queued().address, kPrivate);
+  wake->Wait(0);
+  ExpectIgnored(Connection("127.0.0.1"), true, {});
+  ExpectIgnored(Connection("169.254.1.1"), true, {});
 }
 
 TEST_F(HandleEventTest, EveryQueuedEventLogsItsProcessAtLevelOne) {

@@ -11,6 +11,7 @@ struct NetDBManagerTestAccess {
   static std::atomic<Velmar::OS::Event*>& GetWakeEvent(NetDBManager& manager) { return manager.wake_event; }
   static void* GetWorkerThread(NetDBManager& manager) { return manager.worker_thread; }
   static NetDB::ProtocolTable& GetProtocolTable(NetDBManager& manager) { return manager.protocol_table; }
+  static NetDB::CloudStatus<NetDB::IPv4>& GetVerdicts(NetDBManager& manager) { return manager.verdict_cache; }
   static IntakeGate& GetGate(NetDBManager& manager) { return manager.gate; }
   static Velmar::Utils::String& GetPath(NetDBManager& manager) { return manager.db_path; }
   static ModuleHost* GetHost(NetDBManager& manager) { return manager.host; }

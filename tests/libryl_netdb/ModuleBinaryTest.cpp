@@ -13,13 +13,17 @@
 #include <vector>
 
 #include "RYL/Module/Interface.h"
+#include "Velmar/Collections/Array.h"
 #include "Velmar/OS/Path.h"
+#include "Velmar/Utils/TreeContainer.h"
 #include "platform/sim/Sim.h"
 #include "tests/support/CountingAllocator.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/LogCapture.h"
 
 namespace {
+
+using Velmar::Utils::TreeContainer;
 
 const std::string kModules[] = {RYL_NETDB_FILE, RYL_NETDB_SIM_FILE};
 
@@ -136,6 +140,23 @@ TEST(ModuleBinary, OnlyModuleMemoryAllocates) {
   EXPECT_EQ(found, (std::set<std::string>{"ModuleMemory.cpp.o free", "ModuleMemory.cpp.o malloc"}));
 }
 
+// What a host sees of both reports, through the interface.
+void ReadReport(RYL::Module::Interface& module) {
+  constexpr RYL::u32 kRoot = TreeContainer::kRoot;
+  Velmar::Collections::Array<TreeContainer> history;
+  TreeContainer statistics;
+  ASSERT_TRUE(statistics.Create(4, 4, true, 4));
+  EXPECT_TRUE(module.SaveStatistics(&statistics));
+  EXPECT_EQ(statistics.GetNodeChildrenCount(kRoot), 2U);
+  ASSERT_TRUE(history.Add(statistics));
+  TreeContainer report;
+  ASSERT_TRUE(report.Create(32, 32, true, 8));
+  EXPECT_TRUE(module.GetStatus(history, &report));
+  EXPECT_EQ(report.GetNodeChildrenCount(kRoot), 4U);
+  EXPECT_EQ(report.GetNodeValueUInt64(report.GetNodeChild(kRoot, "db"), "total_unfiltered", 0, nullptr), 1U);
+  EXPECT_EQ(report.GetNodeValueUInt64(report.GetNodeChild(kRoot, "config"), "max_db_days", 0, nullptr), 3653U);
+}
+
 void LoadRunAndUnload(int round) {
   void* library = dlopen(RYL_NETDB_SIM_FILE, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(library, nullptr) << dlerror();
@@ -153,6 +174,7 @@ void LoadRunAndUnload(int round) {
   const auto event = EventBuilder(185).Address("203.0.113.9").Port(443).Protocol("tcp").Build();
   EXPECT_TRUE(module->HandleEvent(event.data(), nullptr));
   EXPECT_TRUE(module->Stop());
+  ReadReport(*module);
   delete module;
   uninit();
   EXPECT_EQ(memory.Out(), 0U);

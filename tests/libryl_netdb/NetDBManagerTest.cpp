@@ -2,10 +2,13 @@
 #include <vector>
 
 #include "Velmar/OS/FileSystem.h"
+#include "tests/cloud/CloudStatusTestAccess.h"
 #include "tests/libryl_netdb/ModuleFixture.h"
 
 namespace RYL::Module {
 namespace {
+
+using Verdicts = NetDB::CloudStatusTestAccess;
 
 using Lines = std::vector<std::string>;
 using NetDBManagerTest = ModuleTest;
@@ -87,6 +90,72 @@ TEST_F(NetDBManagerTest, InitializeFailsWhenThePathCannotBeMade) {
   Velmar::Sim::FailAllocation(0);
   EXPECT_FALSE(Initialize());
   EXPECT_EQ(log.Lines(), Lines{"5 ryl_netdb.DatabaseFolderNotNamed"});
+}
+
+TEST_F(NetDBManagerTest, InitializeFailsBeforeThePolicyWhenTheVerdictsCannotBeOpened) {
+  // The first look makes the folder; the second is the cache's.
+  Velmar::Sim::FailFileOperation(Velmar::Sim::Operation::kExists, 1, Velmar::Sim::Fault::kFail);
+  EXPECT_FALSE(Initialize());
+  EXPECT_EQ(log.Lines(3), (Lines{"5 cloud.CacheFolderMissing", "5 ryl_netdb.InitializeVerdictsFailed"}));
+  EXPECT_TRUE(policy.questions.empty());
+}
+
+TEST_F(NetDBManagerTest, VerdictsAreKeptInAFileAboveEightMebibytesOnly) {
+  constexpr const char* kCacheFile = "/data/netdb/cache.4.db";
+  const auto endsWithFile = [this](u64 bytes) {
+    policy.values[PolicyKey::kMaxDbSize] = bytes;
+    module.reset(Init(nullptr));
+    EXPECT_TRUE(Initialize());
+    EXPECT_TRUE(Verdicts::StoreVerdict(Access::GetVerdicts(Manager()), NetDB::IPv4::FromRaw(0x09080706), true));
+    module.reset();
+    return Velmar::Sim::ModificationTime(kCacheFile) != 0;
+  };
+  EXPECT_TRUE(endsWithFile(0x800001));
+  EXPECT_FALSE(endsWithFile(0x800000));
+  EXPECT_TRUE(endsWithFile(0x8000000));
+}
+
+TEST_F(NetDBManagerTest, PolicyThatMakesTheDatabaseSmallForgetsTheVerdicts) {
+  ASSERT_TRUE(Initialize());
+  auto& verdicts = Access::GetVerdicts(Manager());
+  const NetDB::IPv4 address = NetDB::IPv4::FromRaw(0x09080706);
+  ASSERT_TRUE(Verdicts::StoreVerdict(verdicts, NetDB::IPv4::FromRaw(0x09080706), true));
+  policy.values[PolicyKey::kMaxDbSize] = 0x800001;
+  module->ApplySettings(&policy);
+  EXPECT_TRUE(verdicts.IsWhitelisted(&address));
+  policy.values[PolicyKey::kMaxDbSize] = 0x800000;
+  module->ApplySettings(&policy);
+  EXPECT_FALSE(verdicts.IsWhitelisted(&address));
+  EXPECT_TRUE(Velmar::Sim::ListFiles().empty());
+}
+
+TEST_F(NetDBManagerTest, FailedSwitchOfTheCacheLeavesDaysAndQueryLimits) {
+  InitializeAndStart();
+  log.Clear();
+  policy.values = {{PolicyKey::kMaxDbSize, 0x800000},
+                   {PolicyKey::kMaxDbDays, 9},
+                   {PolicyKey::kMaxQueryBytes, 9},
+                   {PolicyKey::kMaxQueryRows, 9}};
+  // The first deletion belongs to the cache's last save.
+  Velmar::Sim::FailFileOperation(Velmar::Sim::Operation::kDelete, 1, Velmar::Sim::Fault::kFail);
+  module->ApplySettings(&policy);
+  EXPECT_EQ(log.Lines(3), (Lines{"5 cloud.CacheFileNotDeleted", "5 ryl_netdb.VerdictPersistenceFailed",
+                                 "3 ryl_netdb.ApplySettingsFailed"}));
+  EXPECT_EQ(Settings().max_db_size.Get(), 0x800000U);
+  EXPECT_EQ(Settings().max_db_days.Get(), 3653U);
+  EXPECT_EQ(Settings().max_query_bytes.Get(), 0xA00000U);
+  EXPECT_EQ(Settings().max_query_rows.Get(), 10240U);
+  EXPECT_NE(Access::GetWorkerThread(Manager()), nullptr);
+  // Without a cache every address is unknown, and connections are recorded.
+  EXPECT_TRUE(Handle(Connection()));
+}
+
+TEST_F(NetDBManagerTest, InitializeFailsWhenTheCacheCannotBeSwitched) {
+  policy.values[PolicyKey::kMaxDbSize] = 0x800000;
+  Velmar::Sim::FailFileOperation(Velmar::Sim::Operation::kDelete, 1, Velmar::Sim::Fault::kFail);
+  EXPECT_FALSE(Initialize());
+  EXPECT_EQ(log.Lines(3), (Lines{"5 cloud.CacheFileNotDeleted", "5 ryl_netdb.VerdictPersistenceFailed",
+                                 "5 ryl_netdb.InitializeSettingsFailed"}));
 }
 
 TEST_F(NetDBManagerTest, InitializeFailsOnABadPolicy) {

@@ -63,7 +63,8 @@ TEST_F(RecordLevelsTest, EventsAndTurns) {
                 {"ryl_netdb.ProcessHashesMissing", 3},
                 {"ryl_netdb.ProcessNotFound", 3},
                 {"ryl_netdb.MessagesStored", 1},
-                {"ryl_netdb.DumpFailed", 5}});
+                {"ryl_netdb.DumpFailed", 5},
+                {"ryl_netdb.FootprintChecked", 1}});
 }
 
 }  // namespace

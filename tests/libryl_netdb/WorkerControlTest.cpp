@@ -98,6 +98,24 @@ TEST_F(WorkerControlTest, NoThreadFails) {
   EXPECT_TRUE(Access::StartWorker(Manager()));
 }
 
+// The last thing that a start takes from the base library's memory.
+TEST_F(WorkerControlTest, NoMemoryForTheFoldersNameFails) {
+  const u64 before = Velmar::Sim::CountAllocations();
+  host.givesThreads = false;
+  EXPECT_FALSE(Access::StartWorker(Manager()));
+  const u64 needed = Velmar::Sim::CountAllocations() - before;
+  // Another folder, as the first name's memory stays for the next.
+  Access::GetPath(Manager()).Set(std::string(200, 'x').c_str());
+  host.givesThreads = true;
+  Settings().netdb_enabled.Set(true);
+  log.Clear();
+  Velmar::Sim::FailAllocation(needed - 1);
+  EXPECT_FALSE(Access::StartWorker(Manager()));
+  EXPECT_EQ(log.Lines(3), (Lines{"5 ryl_netdb.WorkerPathNotCopied", "3 ryl_netdb.StopTurnsOff"}));
+  ExpectNothingLeft();
+  EXPECT_EQ(host.Threads().size(), 1U);
+}
+
 TEST_F(WorkerControlTest, StopWithoutWorkerTurnsTheModuleOff) {
   Access::StopWorker(Manager());
   EXPECT_EQ(log.Lines(1), Lines{"3 ryl_netdb.StopTurnsOff"});

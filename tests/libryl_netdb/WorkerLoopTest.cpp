@@ -27,6 +27,7 @@ class WorkerLoopTest : public ModuleTest {
     ASSERT_TRUE(WaitUntilWaiting(1));
   }
   int Turns() { return log.Count("ryl_netdb.WorkerTurn"); }
+  int Checks() { return log.Count("ryl_netdb.FootprintChecked"); }
   // A dump of an open day, or of none: either way the worker asked for one.
   int Dumps() { return log.Count("netdb_storage.NothingToDump") + log.Count("netdb_storage.DumpNotNeeded"); }
 };
@@ -91,6 +92,81 @@ TEST_F(WorkerLoopTest, FailedDumpIsTriedAgainNextTurn) {
   ASSERT_TRUE(WaitUntilWaiting(1));
   EXPECT_EQ(log.Count("ryl_netdb.DumpFailed"), 1);
   EXPECT_EQ(log.Count("netdb_storage.DayDumped"), 1);
+}
+
+TEST_F(WorkerLoopTest, FirstTurnChecksTheFolder) {
+  policy.values = {{PolicyKey::kMaxDbSize, 0x40000}, {PolicyKey::kMaxDbDays, 30}};
+  Velmar::Sim::PutFile("/data/netdb/1699833600.db", std::string(0x20000, 'x'));
+  Velmar::Sim::PutFile("/data/netdb/1699747200.db.f", std::string(0x20000, 'x'));
+  Velmar::Sim::PutFile("/data/netdb/1699660800.db", std::string(0x20000, 'x'));
+  StartIdle();
+  NextTurn();
+  EXPECT_EQ(log.Arguments("ryl_netdb.FootprintChecked"), (Lines{"262144", "30"}));
+  EXPECT_EQ(Velmar::Sim::ListFiles(), (Lines{"/data/netdb/1699747200.db.f", "/data/netdb/1699833600.db"}));
+}
+
+TEST_F(WorkerLoopTest, ChecksAreMoreThanAnHourApart) {
+  StartIdle();
+  NextTurn();
+  EXPECT_EQ(Checks(), 1);
+  for (int minute = 1; minute <= 60; ++minute) {
+    NextTurn();
+  }
+  EXPECT_EQ(Turns(), 61);
+  EXPECT_EQ(Checks(), 1);
+  NextTurn();
+  EXPECT_EQ(Checks(), 2);
+  AdvanceTime(3600001);
+  ASSERT_TRUE(WaitUntilWaiting(1));
+  EXPECT_EQ(Checks(), 3);
+}
+
+TEST_F(WorkerLoopTest, FailedCheckIsTriedAgainNextTurn) {
+  StartIdle();
+  Velmar::Sim::FailFileOperation(Velmar::Sim::Operation::kEnumerate, 0, Velmar::Sim::Fault::kFail, 2);
+  NextTurn();
+  NextTurn();
+  EXPECT_EQ(log.Count("ryl_netdb.FootprintCheckFailed"), 2);
+  EXPECT_EQ(log.Lines(5).back(), "5 ryl_netdb.FootprintCheckFailed");
+  EXPECT_EQ(Checks(), 0);
+  NextTurn();
+  EXPECT_EQ(Checks(), 1);
+  NextTurn();
+  EXPECT_EQ(Checks(), 1);
+  EXPECT_EQ(log.Count("ryl_netdb.FootprintCheckFailed"), 2);
+}
+
+TEST_F(WorkerLoopTest, NewLimitsHoldFromTheNextCheck) {
+  StartIdle();
+  NextTurn();
+  policy.values = {{PolicyKey::kMaxDbSize, 0x50000}, {PolicyKey::kMaxDbDays, 9}};
+  module->ApplySettings(&policy);
+  NextTurn();
+  EXPECT_EQ(log.Arguments("ryl_netdb.FootprintChecked"), (Lines{"134217728", "3653"}));
+  AdvanceTime(3600000);
+  ASSERT_TRUE(WaitUntilWaiting(1));
+  EXPECT_EQ(log.Arguments("ryl_netdb.FootprintChecked"), (Lines{"327680", "9"}));
+}
+
+TEST_F(WorkerLoopTest, SecondInitializeDoesNotMoveARunningWorker) {
+  StartIdle();
+  Velmar::OS::Path::SetVariable("P", "/elsewhere/with/a/longer/name/than/before");
+  EXPECT_FALSE(Initialize());
+  EXPECT_TRUE(Handle(Connection()));
+  NextTurn();
+  EXPECT_EQ(Checks(), 1);
+  EXPECT_EQ(Velmar::Sim::ListFiles(), Lines{kFile});
+}
+
+// There is no job yet that could have it.
+TEST_F(WorkerLoopTest, OldFileIsLeftAloneWithoutAFilterJob) {
+  policy.values[PolicyKey::kJitterFirstFilter] = 0;
+  Velmar::Sim::PutFile("/data/netdb/1699833600.db", "x");
+  StartIdle();
+  NextTurn();
+  EXPECT_EQ(log.Count("ryl_netdb.NoFileToFilter"), 1);
+  EXPECT_EQ(log.Count("ryl_netdb.FilterJobStarts"), 0);
+  EXPECT_EQ(host.Threads().size(), 1U);
 }
 
 TEST_F(WorkerLoopTest, WithoutJitterAFileIsLookedForInTheFirstTurn) {
@@ -176,6 +252,7 @@ TEST_F(WorkerLoopTest, RestartBeginsAnew) {
   EXPECT_TRUE(Handle(Connection()));
   ASSERT_TRUE(WaitUntilWaiting(1));
   EXPECT_EQ(log.Count("netdb_storage.DayDumped"), 1);
+  EXPECT_EQ(Checks(), 1);
 }
 
 TEST_F(WorkerLoopTest, EventsWhileDisabledAreNeverQueued) {

@@ -121,6 +121,33 @@ TEST_F(WorkerTest, RunStoresWhatWasQueuedBeforeItEnds) {
   EXPECT_EQ(log.Count("ryl_netdb.WorkerLeaves"), 1);
 }
 
+TEST_F(WorkerTest, TurnThatFindsTheModuleOffStillChecksTheFolder) {
+  settings.netdb_enabled.Set(false);
+  Velmar::Sim::PutFile("/data/netdb/1384300800.db", "too old");
+  wake.Signal();
+  Worker(Parts()).Run();
+  EXPECT_EQ(log.Count("ryl_netdb.FootprintChecked"), 1);
+  EXPECT_EQ(log.Count("ryl_netdb.NoFileToFilter"), 0);
+  EXPECT_TRUE(Velmar::Sim::ListFiles().empty());
+}
+
+TEST_F(WorkerTest, CacheFileEatsIntoTheAllowance) {
+  settings.netdb_enabled.Set(false);
+  settings.max_db_size.Set(0x40000);
+  for (const auto& [cacheSize, allowance] : std::vector<std::pair<std::size_t, std::string>>{
+           {0, "262144"}, {1, "262143"}, {0x3FFFF, "1"}, {0x40000, "0"}, {0x40001, "0"}}) {
+    SCOPED_TRACE(cacheSize);
+    ASSERT_TRUE(verdicts.Open(kFolder, true));
+    Velmar::Sim::PutFile("/data/netdb/cache.4.db", std::string(cacheSize, 'x'));
+    Velmar::Sim::PutFile("/data/netdb/1699920000.db", "x");
+    wake.Signal();
+    Worker(Parts()).Run();
+    EXPECT_EQ(log.Arguments("ryl_netdb.FootprintChecked"), (Lines{allowance, "3653"}));
+    // With an allowance of 0 no day stays, today's included; the cache's own file is no day.
+    EXPECT_EQ(Velmar::Sim::ListFiles().size(), allowance == "0" ? 1U : 2U);
+  }
+}
+
 // An event that found the module on may be pushed after the worker's last turn.
 TEST_F(WorkerTest, RunWaitsForIntakeAndDrainsOnceMore) {
   settings.netdb_enabled.Set(false);
@@ -154,7 +181,7 @@ struct LongJob {
     return path.Set("/data/netdb/1699833600.db");
   }
   static void Run(void* context) {
-    hold->Wait(1000000);
+    hold->Wait(100000000);
     ended = true;
     static_cast<FilterJobContext*>(context)->status->exchange(FilterState::kDone);
   }
@@ -228,6 +255,32 @@ TEST_F(WorkerWithJobTest, ExceptionWaitsForTheJobToo) {
   thread.join();
   EXPECT_TRUE(threw);
   EXPECT_TRUE(jobHadEnded);
+}
+
+// The first turn, before the job, has checked.
+TEST_F(WorkerWithJobTest, FootprintCheckStandsAsideForTheJob) {
+  const auto turn = [this](u64 milliseconds, u32 waiting) {
+    log.Clear();
+    Velmar::Sim::AdvanceTime(milliseconds);
+    return Velmar::Sim::WaitUntilWaiting(waiting) && log.Count("ryl_netdb.WorkerTurn") == 1;
+  };
+  ASSERT_TRUE(turn(3600001, 2));
+  EXPECT_EQ(log.Count("ryl_netdb.FilterJobRuns"), 1);
+  EXPECT_EQ(log.Count("ryl_netdb.FootprintChecked"), 0);
+  hold.Signal();
+  while (!LongJob::ended) {
+    std::this_thread::yield();
+  }
+  // The job's result is taken in after the check's place in the turn.
+  while (log.Count("ryl_netdb.FilterJobDone") == 0) {
+    ASSERT_TRUE(turn(60000, 1));
+    EXPECT_EQ(log.Count("ryl_netdb.FootprintChecked"), 0);
+  }
+  ASSERT_TRUE(turn(60000, 1));
+  EXPECT_EQ(log.Count("ryl_netdb.FootprintChecked"), 1);
+  settings.netdb_enabled.Set(false);
+  wake.Signal();
+  thread.join();
 }
 
 TEST_F(WorkerWithJobTest, TurnsGoOnBesideTheJob) {

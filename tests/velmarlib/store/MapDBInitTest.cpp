@@ -170,8 +170,8 @@ TEST(MapDBInit, EachKindServes) {
     EXPECT_TRUE(Put(strings, "k", "v"));
     EXPECT_EQ(Get(strings, "k"), "v");
   }
-  for (const u32 kind :
-       {StoreFlags::kBinarySearch, StoreFlags::kIndexSearch, StoreFlags::kLinearSearch, StoreFlags::kRBTSearch}) {
+  for (const u32 kind : {StoreFlags::kBinarySearch, StoreFlags::kIndexSearch, StoreFlags::kLinearSearch,
+                         StoreFlags::kRBTSearch, StoreFlags::kHashMapSearch}) {
     NumberStore numbers;
     WideStore wide;
     Options options;

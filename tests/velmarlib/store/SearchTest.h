@@ -27,6 +27,19 @@ struct SearchTestAccess {
     return search.size;
   }
   template <class Search>
+  static const auto& Map(const Search& search) {
+    return search.map;
+  }
+  template <class Search>
+  static u64 LastHash(const Search& search) {
+    return search.lastHash;
+  }
+  template <class Search>
+  static void LookUpHash(Search& search, u64 hash) {
+    search.lastHash = hash;
+    search.map.Find(hash);
+  }
+  template <class Search>
   static const auto& Tree(const Search& search) {
     return search.tree;
   }

@@ -77,7 +77,7 @@ void LogWatch::Receive(const Velmar::Log::Record& record, std::va_list arguments
     default:
       break;
   }
-  if (record.level >= kError) {
+  if (record.level >= kError || record.messageId == Storage::DayFileNotDeleted::kId) {
     watch->Keep(record, arguments);
   }
 }
@@ -89,6 +89,10 @@ void LogWatch::Keep(const Velmar::Log::Record& record, std::va_list arguments) {
   }
   const std::vector<std::string> texts = row->decode(arguments);
   const std::lock_guard<std::mutex> lock(mutex_);
+  if (record.messageId == Storage::DayFileNotDeleted::kId) {
+    undeletedFile_ = texts.empty() ? "" : texts[0];
+    return;
+  }
   if (record.messageId == Storage::QueryFileSkipped::kId && !texts.empty()) {
     skippedFiles_.push_back(texts[0]);
   }
@@ -100,6 +104,11 @@ void LogWatch::Keep(const Velmar::Log::Record& record, std::va_list arguments) {
 std::vector<std::string> LogWatch::SkippedFiles() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return skippedFiles_;
+}
+
+std::string LogWatch::UndeletedFile() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return undeletedFile_;
 }
 
 std::vector<std::string> LogWatch::Errors() const {

@@ -37,6 +37,8 @@ class LogWatch {
   [[nodiscard]] bool WorkerEnded() const { return workerEnded_; }
   // Paths of the day files that a query passed over.
   [[nodiscard]] std::vector<std::string> SkippedFiles() const;
+  // Name of the last day file of which a deletion failed, also one that was made good later.
+  [[nodiscard]] std::string UndeletedFile() const;
   // Texts of the first records of level 5, but for those of a full queue.
   [[nodiscard]] std::vector<std::string> Errors() const;
 
@@ -50,6 +52,7 @@ class LogWatch {
   std::atomic<bool> workerEnded_{false};
   mutable std::mutex mutex_;
   std::vector<std::string> skippedFiles_;
+  std::string undeletedFile_;
   std::vector<std::string> errors_;
 };
 

@@ -20,6 +20,7 @@ Command AddImport(CLI::App& program);
 Command AddQuery(CLI::App& program);
 Command AddInspect(CLI::App& program);
 Command AddVerify(CLI::App& program);
+Command AddPurge(CLI::App& program);
 Command AddRun(CLI::App& program);
 
 // `--data DIR` with its default.

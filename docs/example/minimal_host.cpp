@@ -12,17 +12,20 @@
 #include "RYL/Module/EventLookup.h"
 #include "RYL/Module/FileHashService.h"
 #include "RYL/Module/Interface.h"
+#include "Velmar/Collections/Array.h"
 #include "Velmar/OS/FileSystem.h"
 #include "Velmar/OS/Network.h"
 #include "Velmar/OS/Path.h"
 #include "Velmar/OS/Threading.h"
 #include "Velmar/OS/Time.h"
+#include "Velmar/Utils/TreeContainer.h"
 
 namespace {
 
 using RYL::u32;
 using RYL::u64;
 using RYL::u8;
+using Velmar::Utils::TreeContainer;
 namespace Layout = RYL::Events::ConnectionEvent;
 
 constexpr u64 kExamplePuid = 0x1234;
@@ -127,6 +130,21 @@ bool PrintHistory(RYL::Module::Interface* module) {
   return query != nullptr && query->Iterate(&PrintRow, nullptr, 0, ~u64{0});
 }
 
+// What the module says of itself, as JSON. A host that runs for longer keeps the trees of SaveStatistics and hands all
+// of them back.
+bool PrintStatus(RYL::Module::Interface* module) {
+  Velmar::Collections::Array<TreeContainer> history;
+  TreeContainer statistics;
+  TreeContainer report;
+  Velmar::Utils::String json;
+  if (!statistics.Create(4, 4, true, 2) || !module->SaveStatistics(&statistics) || !history.Add(statistics) ||
+      !report.Create(32, 32, true, 4) || !module->GetStatus(history, &report) || !report.AppendJson(json)) {
+    return false;
+  }
+  std::printf("%s\n", json.text);
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -150,7 +168,7 @@ int main(int argc, char** argv) {
   if (module == nullptr) {
     return 1;
   }
-  const bool done = RecordOneConnection(module, &host) && PrintHistory(module);
+  const bool done = RecordOneConnection(module, &host) && PrintHistory(module) && PrintStatus(module);
   delete module;
   uninit();
   dlclose(library);

@@ -22,6 +22,9 @@ Command AddInspect(CLI::App& program);
 Command AddVerify(CLI::App& program);
 Command AddPurge(CLI::App& program);
 Command AddRun(CLI::App& program);
+Command AddStatus(CLI::App& program);
+Command AddPolicy(CLI::App& program);
+Command AddReload(CLI::App& program);
 
 // `--data DIR` with its default.
 void AddDataOption(CLI::App& command, std::string& dataFolder);

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <sstream>
 
 #include "Velmar/Utils/String.h"
 #include "host/text/Utf8.h"
@@ -14,7 +15,6 @@ namespace {
 using Control::Kind;
 using Control::Message;
 using nlohmann::ordered_json;
-using Velmar::Utils::StringView;
 using Velmar::Utils::TreeContainer;
 
 constexpr u32 kReportNodes = 64;
@@ -27,18 +27,6 @@ std::unique_ptr<TreeContainer> MakeTree(u32 nodes) {
 
 bool IsRequestText(const std::string& text) {
   return text.empty() || nlohmann::json::parse(text, nullptr, false).is_object();
-}
-
-ordered_json ValueOf(const SettingInfo& info, u64 value) {
-  return info.isSwitch ? ordered_json(value != 0) : ordered_json(value);
-}
-
-std::size_t IndexOf(const SettingInfo& info) {
-  return static_cast<std::size_t>(info.setting);
-}
-
-std::string Document(const Policy& policy) {
-  return Text::ToValidUtf8(policy.Source());
 }
 
 }  // namespace
@@ -55,7 +43,7 @@ Message Daemon::Answer(const Message& request) {
     case Kind::kStatus:
       return {Kind::kAnswer, StatusText()};
     case Kind::kPolicy:
-      return {Kind::kAnswer, PolicyText()};
+      return {Kind::kAnswer, PolicyReport(policy_, InForce()).dump()};
     case Kind::kReload:
       return Reload();
     default:
@@ -70,12 +58,14 @@ Message Daemon::Reload() {
     parts_.say("the policy stays as it is: " + error);
     return Control::Refusal(error);
   }
-  const Values before = InForce();
+  const SettingValues before = InForce();
   parts_.session.Apply(*policy);
   policy_ = *policy;
-  const Values after = InForce();
+  const SettingValues after = InForce();
   recording_ = after[static_cast<std::size_t>(Setting::kNetdbEnabled)] != 0;
-  return {Kind::kAnswer, ReloadText(before, after)};
+  const ordered_json report = ReloadReport(policy_, before, after);
+  SayChanges(report);
+  return {Kind::kAnswer, report.dump()};
 }
 
 void Daemon::SaveStatistics() {
@@ -101,19 +91,18 @@ std::unique_ptr<TreeContainer> Daemon::Report(bool& complete) {
   return report;
 }
 
-Daemon::Values Daemon::InForce() {
-  Values values = {};
+SettingValues Daemon::InForce() {
+  SettingValues values = ValuesOf(policy_);
   bool complete = false;
   const auto report = Report(complete);
   const u32 config = report == nullptr ? TreeContainer::kError : report->GetNodeChild(TreeContainer::kRoot, "config");
+  if (config == TreeContainer::kError) {
+    return values;
+  }
   for (const SettingInfo& info : AllSettings()) {
-    u64& value = values[IndexOf(info)];
-    value = policy_.Get(info.setting).value;
-    if (config != TreeContainer::kError) {
-      const StringView name(info.name);
-      value = info.isSwitch ? report->GetNodeValueBool(config, name, value != 0, nullptr)
-                            : report->GetNodeValueUInt64(config, name, value, nullptr);
-    }
+    u64& value = values[static_cast<std::size_t>(info.setting)];
+    value = info.isSwitch ? report->GetNodeValueBool(config, info.name, value != 0, nullptr)
+                          : report->GetNodeValueUInt64(config, info.name, value, nullptr);
   }
   return values;
 }
@@ -131,7 +120,7 @@ std::string Daemon::StatusText() {
       {"daemon",
        {{"process", getpid()},
         {"started", parts_.startedSeconds},
-        {"policy", Document(policy_)},
+        {"policy", Text::ToValidUtf8(policy_.Source())},
         {"recording", IsRecording()},
         {"sent", parts_.counts.sent.load()},
         {"refused", parts_.counts.refused.load()},
@@ -143,43 +132,14 @@ std::string Daemon::StatusText() {
   return status.dump();
 }
 
-std::string Daemon::PolicyText() {
-  const Values values = InForce();
-  ordered_json settings = ordered_json::array();
-  for (const SettingInfo& info : AllSettings()) {
-    const Policy::Value& wanted = policy_.Get(info.setting);
-    settings.push_back({{"name", info.name},
-                        {"value", ValueOf(info, values[IndexOf(info)])},
-                        {"default", ValueOf(info, info.defaultValue)},
-                        {"line", wanted.line},
-                        {"wanted", ValueOf(info, wanted.value)}});
+void Daemon::SayChanges(const ordered_json& report) {
+  std::istringstream lines(ReloadLines(report));
+  for (std::string line; std::getline(lines, line);) {
+    parts_.say("policy: " + line);
   }
-  const ordered_json text = {{"policy", Document(policy_)}, {"settings", settings}};
-  return text.dump();
-}
-
-std::string Daemon::ReloadText(const Values& before, const Values& after) {
-  ordered_json changes = ordered_json::array();
-  ordered_json notFollowed = ordered_json::array();
-  for (const SettingInfo& info : AllSettings()) {
-    const ordered_json from = ValueOf(info, before[IndexOf(info)]);
-    const ordered_json to = ValueOf(info, after[IndexOf(info)]);
-    const ordered_json wanted = ValueOf(info, policy_.Get(info.setting).value);
-    const std::string name = info.name;
-    if (from != to) {
-      changes.push_back({{"name", name}, {"from", from}, {"to", to}});
-      parts_.say("policy: " + name + " is now " + to.dump() + ", it was " + from.dump());
-    }
-    if (to != wanted) {
-      notFollowed.push_back({{"name", name}, {"value", to}, {"wanted", wanted}});
-      parts_.say("policy: " + name + " stays " + to.dump() + ", the module could not follow");
-    }
+  for (const std::string& sentence : NotFollowed(report)) {
+    parts_.say("policy: " + sentence);
   }
-  if (changes.empty() && notFollowed.empty()) {
-    parts_.say("policy: nothing changed");
-  }
-  const ordered_json text = {{"policy", Document(policy_)}, {"changes", changes}, {"not_followed", notFollowed}};
-  return text.dump();
 }
 
 }  // namespace Host::Commands

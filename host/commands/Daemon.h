@@ -1,7 +1,6 @@
 // Daemon: what a running `netdb run` does when it is asked: reports, and changes its policy.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -12,6 +11,7 @@
 #include "host/agent/ModuleSession.h"
 #include "host/agent/Policy.h"
 #include "host/agent/StatisticsState.h"
+#include "host/commands/PolicyReport.h"
 #include "host/control/Message.h"
 
 namespace Host::Commands {
@@ -53,15 +53,13 @@ class Daemon {
   [[nodiscard]] bool IsRecording() const { return recording_; }
 
  private:
-  using Values = std::array<u64, kSettingCount>;
-
   // A created tree, or null without memory. `complete`: false for a report that is cut.
   std::unique_ptr<Velmar::Utils::TreeContainer> Report(bool& complete);
   // What is in force: the module's own word where its report has it, else what it was given.
-  Values InForce();
+  SettingValues InForce();
   std::string StatusText();
-  std::string PolicyText();
-  std::string ReloadText(const Values& before, const Values& after);
+  // Tells the daemon's own messages what a reload did.
+  void SayChanges(const nlohmann::ordered_json& report);
 
   Parts parts_;
   Policy policy_;

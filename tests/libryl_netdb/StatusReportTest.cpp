@@ -9,6 +9,7 @@
 #include "Velmar/Utils/TreeContainer.h"
 #include "tests/cloud/CloudStatusTestAccess.h"
 #include "tests/libryl_netdb/ModuleFixture.h"
+#include "tests/support/CountingAllocator.h"
 
 namespace RYL::Module {
 namespace {
@@ -292,6 +293,17 @@ TEST_F(StatusReportTest, EachFailedAllocationEndsTheReportWithARecord) {
     EXPECT_GE(log.CountLevel(5), 1);
   }
   EXPECT_GT(failing, 5U);
+}
+
+TEST_F(StatusReportTest, ReportTakesNothingOfTheHostsMemory) {
+  PutDay("1699833600.db", 1000);
+  AddHistory(5, 3);
+  CountingAllocator memory;
+  Velmar::Collections::SetModuleAllocator(&memory);
+  const Lines report = Report();
+  Velmar::Collections::SetModuleAllocator(nullptr);
+  EXPECT_EQ(report.size(), 22U);
+  EXPECT_EQ(memory.Allocations(), 0U);
 }
 
 TEST_F(StatusReportTest, EachRequestIsToldOnce) {

@@ -26,9 +26,9 @@ struct SubscribedEvents {
 // Eighteen operations whose order is fixed. The unnamed ones are answered with constants and have no use yet.
 //
 // Lifetime: Init, Initialize, Start, any number of HandleEvent and ApplySettings, Stop, delete, Uninit.
-// Threads: HandleEvent, GetStatus and SaveStatistics from any thread between Start and Stop; all others from one
-// control thread of the host. HandleEvent may run beside ApplySettings and beside the start of a Stop; the host must
-// have no call under way when it deletes the module.
+// Threads: HandleEvent from any thread between Start and Stop; GetStatus and SaveStatistics from any thread between
+// Initialize and the deletion; all others from one control thread of the host. HandleEvent may run beside ApplySettings
+// and beside the start of a Stop; the host must have no call under way when it deletes the module.
 class Interface {
  public:
   // Operation 1. True: the event was dealt with, or rightly ignored. `event` is a packed record (RYL/Events).

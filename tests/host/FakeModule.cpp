@@ -3,13 +3,18 @@
 
 #include "RYL/Events/Records.h"
 #include "RYL/Module/Interface.h"
+#include "Velmar/Collections/Array.h"
+#include "Velmar/Utils/TreeContainer.h"
 #include "common/libryl_netdb/ModuleLog.h"
+#include "common/libryl_netdb/PolicyKeys.h"
 #include "common/netdb_storage/StorageLog.h"
 #include "tests/host/FakeModule.h"
 
 namespace {
 
 using namespace RYL;
+using Velmar::Collections::Array;
+using Velmar::Utils::TreeContainer;
 
 template <class T>
 T At(const void* event, u32 offset) {
@@ -42,6 +47,15 @@ class FakeModule final : public Module::Interface {
       case kFakeWorkerEnds:
         RYL_LOG(ryl_netdb, WorkerFolderRefused, "/nowhere");
         return RefuseAsFull(1);
+      case kFakeCount:
+        requests_ += At<u16>(event, Events::ConnectionEvent::kPort);
+        return true;
+      case kFakeStatusFails:
+        statusFails_ = true;
+        return true;
+      case kFakeStaysOff:
+        staysOff_ = true;
+        return true;
       default:
         return true;
     }
@@ -55,11 +69,39 @@ class FakeModule final : public Module::Interface {
     }
     return true;
   }
-  void ApplySettings(Module::SettingsSource* /*settings*/) override {}
+  void ApplySettings(Module::SettingsSource* settings) override {
+    settings->GetBool(Module::PolicyKey::kNetdbEnabled, &enabled_, true, 0);
+    settings->GetUInt64(Module::PolicyKey::kMaxDbDays, &days_, 3653, 0);
+    enabled_ = enabled_ && !staysOff_;
+  }
   bool Operation8() override { return true; }
   void GetSubscribedEvents(Module::SubscribedEvents& /*out*/) override {}
   void* QueryInterface(i32 /*id*/) override { return nullptr; }
-  bool Initialize(Module::ModuleHost* /*host*/, Module::SettingsSource* /*settings*/) override { return true; }
+  bool Initialize(Module::ModuleHost* /*host*/, Module::SettingsSource* settings) override {
+    ApplySettings(settings);
+    return true;
+  }
+  bool SaveStatistics(TreeContainer* tree) override {
+    tree->AddUInt32(TreeContainer::kRoot, "total_requests_v4", requests_, false);
+    requests_ = 0;
+    return true;
+  }
+  bool GetStatus(const Array<TreeContainer>& history, TreeContainer* report) override {
+    u32 requests = requests_;
+    requests_ = 0;
+    for (u32 i = 0; i < history.count; ++i) {
+      requests += history.data[i].GetNodeValueUInt32(TreeContainer::kRoot, "total_requests_v4", 0, nullptr);
+    }
+    const u32 cloud = report->AddDictionary(TreeContainer::kRoot, "cloud_v4", 8, false);
+    report->AddUInt32(cloud, "total_successful_requests", requests, false);
+    if (statusFails_) {
+      return false;
+    }
+    const u32 config = report->AddDictionary(TreeContainer::kRoot, "config", 8, false);
+    report->AddUInt64(config, "max_db_days", days_, false);
+    report->AddBool(config, "netdb_enabled", enabled_, false);
+    return true;
+  }
   u32 Operation16() override { return 0; }
 
  private:
@@ -77,6 +119,11 @@ class FakeModule final : public Module::Interface {
 
   u32 refusals_ = 0;
   bool lastDumpFails_ = false;
+  bool statusFails_ = false;
+  bool staysOff_ = false;
+  bool enabled_ = true;
+  u64 days_ = 0;
+  u32 requests_ = 0;
 };
 
 }  // namespace

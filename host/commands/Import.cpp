@@ -144,13 +144,12 @@ Command AddImport(CLI::App& program) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* app = program.add_subcommand("import", "Store the connections of recorded logs");
   AddDataOption(*app, arguments->dataFolder);
+  AddPolicyOption(*app, arguments->policy);
   app->add_option("--from", arguments->form, "Form of the files; recognised unless given")
       ->check(CLI::IsMember({"zeek", "sysmon", "jsonl"}));
   app->add_option("--local", arguments->local,
                   "Addresses and networks of the local side, separated by commas; the private, loopback and link-local "
                   "ones unless given");
-  app->add_option("--policy", arguments->policy, "Policy that says what is kept; that of the usual place unless given")
-      ->type_name("FILE");
   app->add_flag("--json", arguments->json, "Print the summary as one JSON object");
   app->add_option("FILE", arguments->files, "Logs, plain or gzip-compressed; - is standard input")->required();
   return {app, [arguments] { return Run(*arguments); }, kExamples};

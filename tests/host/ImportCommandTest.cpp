@@ -16,6 +16,7 @@
 
 namespace {
 
+using Host::u64;
 using testing::HasSubstr;
 using Json = nlohmann::json;
 
@@ -25,7 +26,8 @@ constexpr char kHeader[] =
 class ImportCommandTest : public testing::Test {
  protected:
   ProgramResult Import(std::vector<std::string> arguments, const std::string& input = {}) {
-    arguments.insert(arguments.begin(), {"import", "--data", folder_.Path("data")});
+    const std::string policy = folder_.Put("policy.toml", policy_);
+    arguments.insert(arguments.begin(), {"import", "--policy", policy, "--data", folder_.Path("data")});
     return RunNetdb(arguments, input);
   }
   // The rows of the history.
@@ -42,6 +44,7 @@ class ImportCommandTest : public testing::Test {
   }
 
   TemporaryFolder folder_;
+  std::string policy_ = "max_db_days = 1000000\n";
 };
 
 TEST_F(ImportCommandTest, ZeekLogBecomesRows) {
@@ -112,7 +115,8 @@ TEST_F(ImportCommandTest, SummaryAsJsonHasItsKeys) {
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.out,
             "{\"lines_read\":8,\"connections\":1,\"events\":2,\"skipped\":{\"malformed\":2,\"ipv6\":1,"
-            "\"not_one_local_side\":1,\"time_out_of_range\":1,\"bytes_too_large\":1}}\n");
+            "\"not_one_local_side\":1,\"time_out_of_range\":1,\"bytes_too_large\":1,\"too_old\":0,"
+            "\"private_address\":0,\"special_address\":0}}\n");
   EXPECT_THAT(result.err, HasSubstr("netdb: " + log + ":3: skipped, malformed: "));
   EXPECT_THAT(result.err, HasSubstr("netdb: " + log + ":7: skipped, bytes_too_large: "));
 }
@@ -123,6 +127,78 @@ TEST_F(ImportCommandTest, LocalSideIsWhatTheOptionSays) {
   EXPECT_THAT(Import({"--local", "192.0.2.1,203.0.113.0/24", log}).out, HasSubstr("connections  1\n"));
   EXPECT_EQ(Rows()[0]["ip"], "198.51.100.1");
   EXPECT_THAT(Import({log}).out, HasSubstr("skipped      1 not_one_local_side\n"));
+}
+
+TEST_F(ImportCommandTest, DaysPastTheAgeLimitAreLeftOut) {
+  constexpr u64 kDay = 86400;
+  policy_ = "max_db_days = 30\n";
+  std::string oldestKept;
+  ProgramResult result;
+  u64 today = 0;
+  do {  // again when midnight came in between
+    today = static_cast<u64>(time(nullptr)) / kDay;
+    std::filesystem::remove_all(folder_.Path("data"));
+    oldestKept = std::to_string((today - 29) * kDay);
+    result = Import({folder_.Put(
+        "conn.log", std::string(kHeader) + oldestKept + "\t10.0.0.1\t203.0.113.1\t443\ttcp\t-\t-\t-\t-\n" +
+                        std::to_string((today - 29) * kDay - 1) + "\t10.0.0.1\t203.0.113.2\t443\ttcp\t-\t5\t-\t-\n" +
+                        std::to_string((today - 30) * kDay) + "\t10.0.0.1\t203.0.113.3\t443\ttcp\t-\t-\t-\t-\n")});
+  } while (static_cast<u64>(time(nullptr)) / kDay != today);
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.out, "lines read   4\nconnections  1\nevents       1\nskipped      2 too_old\n");
+  EXPECT_THAT(result.err, HasSubstr(":3: skipped, too_old: "));
+  const auto rows = Rows();
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(rows[0]["ip"], "203.0.113.1");
+  EXPECT_EQ(std::to_string(rows[0]["first_seen"].get<u64>() / 1000), oldestKept);
+}
+
+TEST_F(ImportCommandTest, SummaryTellsTheRowsWhateverThePolicyKeeps) {
+  const std::string log = folder_.Put("conn.log", std::string(kHeader) +
+                                                      "1699920001\t203.0.113.7\t198.51.100.1\t1\ttcp\t-\t-\t-\t-\n"
+                                                      "1699920001\t203.0.113.7\t10.0.0.1\t2\ttcp\t-\t-\t-\t-\n"
+                                                      "1699920001\t203.0.113.7\t172.31.0.1\t3\ttcp\t-\t-\t-\t-\n"
+                                                      "1699920001\t203.0.113.7\t127.0.0.1\t4\ttcp\t-\t-\t-\t-\n"
+                                                      "1699920001\t203.0.113.7\t169.254.1.1\t5\ttcp\t-\t-\t-\t-\n"
+                                                      "1699920001\t203.0.113.7\t0.0.0.0\t6\ttcp\t-\t-\t-\t-\n");
+  EXPECT_EQ(Import({"--local", "203.0.113.7", log}).out,
+            "lines read   7\nconnections  1\nevents       1\nskipped      2 private_address\nskipped      3 "
+            "special_address\n");
+  EXPECT_EQ(Rows().size(), 1U);
+
+  policy_ += "keep_private_addresses = true\n";
+  std::filesystem::remove_all(folder_.Path("data"));
+  const ProgramResult result = Import({"--json", "--local", "203.0.113.7", log});
+  const Json summary = Json::parse(result.out, nullptr, false);
+  EXPECT_EQ(summary["connections"], 3);
+  EXPECT_EQ(summary["events"], 3);
+  EXPECT_EQ(summary["skipped"]["private_address"], 0);
+  EXPECT_EQ(summary["skipped"]["special_address"], 3);
+  const auto rows = Rows();
+  ASSERT_EQ(rows.size(), 3U);
+  EXPECT_EQ(rows[0]["ip"], "10.0.0.1");
+  EXPECT_EQ(rows[1]["ip"], "172.31.0.1");
+}
+
+TEST_F(ImportCommandTest, BadPolicyIsWrongUse) {
+  const std::string log = folder_.Put("log", "");
+  policy_ = "\nmax_db_siz = 5\n";
+  ProgramResult result = Import({log});
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_THAT(result.err, HasSubstr(folder_.Path("policy.toml") + ":2: there is no setting \"max_db_siz\""));
+  EXPECT_EQ(result.out, "");
+  EXPECT_FALSE(std::filesystem::exists(folder_.Path("data")));
+  result = RunNetdb({"import", "--data", folder_.Path("data"), "--policy", folder_.Path("missing"), log});
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_THAT(result.err, HasSubstr("cannot read the policy " + folder_.Path("missing")));
+}
+
+TEST_F(ImportCommandTest, PolicyThatRecordsNothingFailsTheCommand) {
+  policy_ = "# off\nnetdb_enabled = false\n";
+  const ProgramResult result = Import({folder_.Put("log", "")});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.err, HasSubstr(folder_.Path("policy.toml") + ":2: netdb_enabled is off"));
+  EXPECT_FALSE(std::filesystem::exists(folder_.Path("data")));
 }
 
 TEST_F(ImportCommandTest, WhatAQueryPrintsGivesTheSameRowsAgain) {

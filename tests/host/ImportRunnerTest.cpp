@@ -6,6 +6,7 @@
 
 #include <thread>
 
+#include "Velmar/OS/Time.h"
 #include "tests/host/TemporaryFolder.h"
 
 namespace {
@@ -13,6 +14,7 @@ namespace {
 using namespace Host;
 using namespace Host::Import;
 
+constexpr u64 kDayMs = 86'400'000;
 constexpr char kZeekRow[] =
     R"({"ts":1588205199,"id.orig_h":"10.0.0.1","id.resp_h":"203.0.113.1","id.resp_p":1,"proto":"tcp"})"
     "\n";
@@ -33,7 +35,15 @@ class ImportRunnerTest : public testing::Test {
   ImportSummary Import(std::vector<std::string> files, std::optional<Form> form = std::nullopt) {
     ImportOptions options;
     options.form = form;
+    if (!local_.empty()) {
+      std::string error;
+      options.local = LocalNetworks::Parse(local_, error).value_or(LocalNetworks());
+    }
     options.files = std::move(files);
+    std::string error;
+    const auto policy = Policy::Parse(policy_, "policy", error);
+    EXPECT_TRUE(policy) << error;
+    options.policy = policy.value_or(Policy());
     ImportRunner runner(options, processes_, hashes_, [this](const std::string& text) { reports_.push_back(text); });
     runner.Prepare();
     return runner.Run(
@@ -49,8 +59,10 @@ class ImportRunnerTest : public testing::Test {
   RecordedHashes hashes_{&processes_};
   std::vector<std::string> reports_;
   std::vector<u16> ports_;
+  std::string policy_ = "max_db_days = 1000000";
   std::size_t allowed_ = 1000;
   int stopAfter_ = 1000;
+  std::string local_;
 };
 
 TEST(RecogniseForm, FirstLineTells) {
@@ -105,6 +117,36 @@ TEST_F(ImportRunnerTest, SkipsAreReportedWithFileAndLine) {
   EXPECT_THAT(reports_, testing::ElementsAre(testing::StartsWith(file + ":2: skipped, malformed: "),
                                              testing::StartsWith(file + ":3: skipped, ipv6: "),
                                              testing::StartsWith(file + ":4: skipped, time_out_of_range: ")));
+}
+
+TEST_F(ImportRunnerTest, WhatThePolicyDoesNotKeepIsSkippedByItsReason) {
+  const u64 nowMs = Velmar::OS::Time::GetEpochTime(nullptr);
+  const auto row = [](u64 timeMs, const std::string& remote) {
+    return R"({"ts":)" + std::to_string(timeMs / 1000) + R"(,"id.orig_h":"198.51.100.1","id.resp_h":")" + remote +
+           R"(","id.resp_p":1,"proto":"tcp"})" + "\n";
+  };
+  local_ = "198.51.100.1";
+  policy_ = "max_db_days = 30";
+  const std::string rows = row(nowMs, "203.0.113.1") + row(nowMs - 30 * kDayMs, "203.0.113.1") +
+                           row(nowMs, "192.168.1.1") + row(nowMs, "127.0.0.1") + row(nowMs, "169.254.1.1") +
+                           row(nowMs, "0.0.0.0");
+  const std::string file = folder_.Put("log", rows);
+  ImportSummary summary = Import({file});
+  EXPECT_EQ(summary.connections, 1U);
+  EXPECT_EQ(summary.events, 1U);
+  EXPECT_EQ(ports_.size(), 1U);
+  EXPECT_THAT(summary.skipped,
+              testing::ElementsAre(testing::Pair(Finding::kTooOld, 1U), testing::Pair(Finding::kPrivateAddress, 1U),
+                                   testing::Pair(Finding::kSpecialAddress, 3U)));
+  ASSERT_EQ(reports_.size(), 5U);
+  EXPECT_EQ(reports_[0], file + ":2: skipped, too_old: its day is past the age limit of the policy, max_db_days");
+  EXPECT_THAT(reports_[1], testing::StartsWith(file + ":3: skipped, private_address: "));
+  EXPECT_THAT(reports_[2], testing::StartsWith(file + ":4: skipped, special_address: "));
+
+  policy_ = "max_db_days = 32\nkeep_private_addresses = true";
+  summary = Import({file});
+  EXPECT_EQ(summary.connections, 3U);
+  EXPECT_THAT(summary.skipped, testing::ElementsAre(testing::Pair(Finding::kSpecialAddress, 3U)));
 }
 
 TEST_F(ImportRunnerTest, LineBeyondTheLimitIsMalformed) {

@@ -4,9 +4,10 @@
 Shares nothing with the program: it reads Zeek conn.log (TSV or JSON) and Sysmon events 1 and 3 (one JSON object a
 line), and prints one JSON object a row, sorted. Times are epoch seconds; numbers are exact (decimal arithmetic).
 
-usage: expected_rows.py [--local ADDRESS|NETWORK,...] [--summary] FILE...
+usage: expected_rows.py [--local ADDRESS|NETWORK,...] [--max-days DAYS] [--keep-private] [--summary] FILE...
 
---summary adds a last line with the numbers of the import's summary, as one JSON object.
+--max-days and --keep-private say what the policy of the import says; without them every day is kept, and no private
+address. --summary adds a last line with the numbers of the import's summary, as one JSON object.
 """
 import argparse
 import collections
@@ -19,12 +20,13 @@ import re
 import time
 from datetime import datetime, timezone
 
-PRIVATE = [ipaddress.ip_network(n) for n in
-           ("10.0.0.0/8", "172.16.0.0/12", "192.168.0.0/16", "127.0.0.0/8", "169.254.0.0/16")]
+PRIVATE = [ipaddress.ip_network(n) for n in ("10.0.0.0/8", "172.16.0.0/12", "192.168.0.0/16")]
+SPECIAL = [ipaddress.ip_network(n) for n in ("127.0.0.0/8", "169.254.0.0/16", "0.0.0.0/32")]
 BITS = {"http": 0x1, "https": 0x1, "http(s)": 0x1, "smb": 0x2, "ftp": 0x4, "ftps": 0x4, "telnet": 0x8, "rdp": 0x10,
         "ssh": 0x20, "ssl": 0x40, "wmi": 0x80, "rpc": 0x100, "dce_rpc": 0x100, "tcp": 0x800}
 NO_PROCESS = ("", "0" * 32, "0" * 64, 0, -1)
-REASONS = ("malformed", "ipv6", "not_one_local_side", "time_out_of_range", "bytes_too_large")
+REASONS = ("malformed", "ipv6", "not_one_local_side", "time_out_of_range", "bytes_too_large", "too_old",
+           "private_address", "special_address")
 MALFORMED = (ValueError, KeyError, TypeError, AttributeError, decimal.InvalidOperation)
 MAX_BYTES = 2**40
 MAX_EVENT_BYTES = 2**32 - 1
@@ -50,9 +52,11 @@ def lines_of(path):
 class Rows:
     """Rows by (day, address, process, port), merged as they come, and what the summary says of them."""
 
-    def __init__(self, local):
+    def __init__(self, local, max_days, keep_private):
         self.local = local
         self.now = time.time()
+        self.past_days = range(int(self.now) // 86400 - max_days + 1 if max_days is not None else 0)
+        self.keep_private = keep_private
         self.rows = {}
         self.summary = {"lines_read": 0, "connections": 0, "events": 0, "skipped": dict.fromkeys(REASONS, 0)}
 
@@ -89,12 +93,16 @@ class Rows:
             raise Skipped("time_out_of_range")
         if max(received, sent) > MAX_BYTES:
             raise Skipped("bytes_too_large")
+        if int(start) // 86400 in self.past_days:
+            raise Skipped("too_old")
+        if within(ip, PRIVATE) and not self.keep_private:
+            raise Skipped("private_address")
+        if within(ip, SPECIAL):
+            raise Skipped("special_address")
         known = [name.lower() for name in services if name.lower() in BITS]
         parts = 0 if end is None else max(1, -(-max(received, sent) // MAX_EVENT_BYTES))
         self.summary["connections"] += 1
         self.summary["events"] += 1 + len(known) + parts
-        if int(ip) == 0 or within(ip, PRIVATE):
-            return  # of these addresses no history is kept
         row = self.row(int(start), ip, port, process)
         row["conns_total"] += 1
         row["conns_out" if outbound else "conns_in"] += 1
@@ -256,11 +264,14 @@ def is_sysmon(path):
 
 def main():
     parser = argparse.ArgumentParser(description="Computes the rows that an import must give.")
-    parser.add_argument("--local", default=",".join(map(str, PRIVATE)))
+    parser.add_argument("--local", default=",".join(map(str, PRIVATE + SPECIAL[:2])))
+    parser.add_argument("--max-days", type=int)
+    parser.add_argument("--keep-private", action="store_true")
     parser.add_argument("--summary", action="store_true")
     parser.add_argument("files", metavar="FILE", nargs="+")
     arguments = parser.parse_args()
-    rows = Rows([ipaddress.ip_network(n) for n in arguments.local.split(",")])
+    local = [ipaddress.ip_network(n) for n in arguments.local.split(",")]
+    rows = Rows(local, arguments.max_days, arguments.keep_private)
     kinds = collections.defaultdict(list)
     for path in arguments.files:
         kinds[is_sysmon(path)].append(path)

@@ -12,7 +12,7 @@ import subprocess
 import sys
 
 import read_day_file
-from harness import Netdb, check, compare, expected, run_test, skip, stored_rows, temporary_folder
+from harness import KEEP_ALL_DAYS, Netdb, check, compare, expected, run_test, skip, stored_rows, temporary_folder
 from made_logs import TSV_HEAD, random_lines
 
 INSIDE = "--inside"
@@ -96,7 +96,7 @@ def main():
             good = whole_days(data)
             check(good, "the first import gave no file")
             filler = fill(disk)
-            said = netdb.run("import", "--data", data, second, exit_code=1).stderr.decode()
+            said = netdb.run("import", "--policy", KEEP_ALL_DAYS, "--data", data, second, exit_code=1).stderr.decode()
             check("not everything was stored" in said, "said: %s", said)
             check(whole_days(data) == good, "the day file is another")
             os.unlink(filler)
@@ -107,7 +107,7 @@ def main():
         with small_disk(folder) as disk:
             data = os.path.join(disk, "data")
             log = write_log(folder, "conn.log", random_lines(generator, 30000, 10, ports=range(1, 60000)))
-            netdb.run("import", "--data", data, log, exit_code=1)
+            netdb.run("import", "--policy", KEEP_ALL_DAYS, "--data", data, log, exit_code=1)
             wanted, stored = {key_of(row) for row in expected(log)}, set()
             for name, content in whole_days(data).items():
                 stored |= {key_of(row) for row in read_day_file.read_day_bytes(name, content)}

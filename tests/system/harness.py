@@ -13,6 +13,7 @@ SKIP_EXIT_CODE = 77
 # In the order of their bits.
 PROTOCOLS = ("HTTP", "SMB", "FTP", "Telnet", "RDP", "SSH", "SSL", "WMI", "RPC", "ICMP", "UDP", "TCP")
 MOST_DIFFERENCES_SHOWN = 10
+KEEP_ALL_DAYS = os.path.join(HERE, "keep_all_days.toml")
 
 
 class Failure(Exception):
@@ -64,8 +65,9 @@ class Netdb:
         return done
 
     def import_logs(self, data, *arguments, **wanted):
-        """The summary of the import."""
-        return json.loads(self.run("import", "--data", data, "--json", *arguments, **wanted).stdout)
+        """The summary of the import. Every day is kept unless the arguments name another policy."""
+        policy = () if "--policy" in arguments else ("--policy", KEEP_ALL_DAYS)
+        return json.loads(self.run("import", "--data", data, "--json", *policy, *arguments, **wanted).stdout)
 
     def query(self, data, *arguments):
         """What the query prints, one row a line."""
@@ -128,10 +130,12 @@ def compare(what, rows, others_name, others):
         what, len(rows), others_name, len(others), len(mine), len(theirs), "\n".join(shown)))
 
 
-def check_import(netdb, data, *arguments):
-    """Imports, then compares the expected rows, those in the files, those of the query, and the summary."""
-    summary = netdb.import_logs(data, *arguments)
-    *wanted, wanted_summary = expected("--summary", *arguments)
+def check_import(netdb, data, *arguments, policy=KEEP_ALL_DAYS, means=()):
+    """Imports, then compares the expected rows, those in the files, those of the query, and the summary.
+
+    `means` says what the policy says, in options of expected_rows.py."""
+    summary = netdb.import_logs(data, "--policy", policy, *arguments)
+    *wanted, wanted_summary = expected("--summary", *means, *arguments)
     compare("the log", wanted, "the day files", stored_rows(data))
     compare("the log", wanted, "the query", queried_rows(netdb.query(data)))
     check(summary == wanted_summary, "the summary is %s, not %s", summary, wanted_summary)

@@ -11,13 +11,14 @@ import re
 import sys
 import time
 
-from harness import Netdb, check, check_import, compare, run_test, stored_rows
+from harness import KEEP_ALL_DAYS, Netdb, check, check_import, compare, run_test, stored_rows
 from made_logs import (DAY, DAY_SECONDS, LOCAL, TSV_END, TSV_HEAD, json_line, json_lines, random_lines,
                        sysmon_connection, sysmon_process, tsv_line)
 
 WEB, OTHER, THIRD = ("192.0.2.7", 443), ("198.51.100.8", 80), ("203.0.113.9", 22)
 HERE = (LOCAL, 50000)
 SERVER = ("172.16.5.5", 8443)
+PUBLIC = ("192.0.2.200", 50000)
 MIDNIGHT = DAY + DAY_SECONDS
 FIRST_DAY = 1000080000  # the first whose file has a name of ten digits
 GUIDS = ["{%08X-0000-0000-0000-0000000000AB}" % number for number in range(1, 9)]
@@ -40,7 +41,6 @@ def good_tsv_lines():
     yield tsv_line(DAY + 8, HERE, WEB, sent=2**33 + 1, received=3 * (2**32 - 1), duration=9)
     yield tsv_line(FIRST_DAY, ("127.0.0.1", 50000), OTHER)
     yield tsv_line(DAY + 9, ("169.254.1.1", 50000), OTHER, service="(empty)", duration="-", sent="-", received=0)
-    yield tsv_line(DAY + 10, ("0.0.0.0", 68), (LOCAL, 67), proto="udp")
     yield tsv_line(DAY + 11, HERE, ("239.255.255.250", 1900), proto="udp")
     yield tsv_line(DAY + 12, HERE, ("192.0.2.255", 65535), service="gssapi,smb,dce_rpc,wmi,telnet,rdp,ftps")
 
@@ -69,6 +69,7 @@ def bad_tsv_lines():
     yield "time_out_of_range", tsv_line(DAY, HERE, WEB, duration=soon - DAY)
     yield "bytes_too_large", tsv_line(DAY, HERE, WEB, duration=1, sent=2**40 + 1, received=0)
     yield "bytes_too_large", tsv_line(DAY, WEB, SERVER, sent=0, received=2**63)
+    yield "special_address", tsv_line(DAY + 10, ("0.0.0.0", 68), (LOCAL, 67), proto="udp")
 
 
 def made_json_lines():
@@ -138,11 +139,27 @@ def main():
         bad = list(bad_tsv_lines())
         log = write(folder, "conn.log", TSV_HEAD + tsv_line(DAY, HERE, WEB) + "".join(line for _, line in bad))
         check_import(netdb, os.path.join(folder, "data"), log)
-        said = netdb.run("import", "--data", os.path.join(folder, "again"), log).stderr.decode()
+        said = netdb.run("import", "--policy", KEEP_ALL_DAYS, "--data", os.path.join(folder, "again"), log).stderr.decode()
         first = TSV_HEAD.count("\n") + 2
         wanted = [(str(first + number), reason) for number, (reason, _) in enumerate(bad)]
         found = re.findall(re.escape(log) + r":(\d+): skipped, (\w+):", said)
         check(found == wanted, "said to be skipped: %s", found)
+
+    def what_the_policy_keeps(folder):
+        today = int(time.time()) // DAY_SECONDS
+        midnights = [(today - days) * DAY_SECONDS for days in (0, 1, 28, 29, 30, 31, 400)]
+        lines = [tsv_line(at + seconds, PUBLIC, remote, duration=duration, sent=5, received=6)
+                 for at in midnights for seconds in (-1, 0, 1) if at + seconds < time.time() - 1
+                 for remote in (WEB, SERVER, ("127.0.0.9", 1), ("169.254.9.9", 2), ("0.0.0.0", 3))
+                 for duration in (0, 1)]
+        log = write(folder, "conn.log", TSV_HEAD + "".join(lines))
+        for number, (text, means) in enumerate((
+                ("", ["--max-days", "3653"]),
+                ("max_db_days = 30", ["--max-days", "30"]),
+                ("max_db_days = 2\nkeep_private_addresses = true", ["--max-days", "2", "--keep-private"]))):
+            policy = write(folder, "%d.toml" % number, text)
+            check_import(netdb, os.path.join(folder, "data%d" % number), "--local", PUBLIC[0], log, policy=policy,
+                         means=means)
 
     def zeek_json(folder):
         check_import(netdb, os.path.join(folder, "data"), write(folder, "conn.log", "".join(made_json_lines())))
@@ -170,7 +187,7 @@ def main():
             netdb.import_logs(piecewise, "--from", "zeek", "-", stdin=part.encode())
         compare("the log", wanted, "the folder after two imports", stored_rows(piecewise))
 
-    run_test(zeek_tsv, every_reason_to_skip, zeek_json, sysmon, many_random_connections,
+    run_test(zeek_tsv, every_reason_to_skip, what_the_policy_keeps, zeek_json, sysmon, many_random_connections,
              standard_input_and_several_runs)
 
 

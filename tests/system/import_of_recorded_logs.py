@@ -27,6 +27,12 @@ def main():
     def zeek_logs_with_local_sides_given(data):
         must_give_rows(data, "--local", LOCAL_SIDES, *zeek)
 
+    def zeek_logs_under_the_usual_limit(folder):
+        policy = os.path.join(folder, "empty.toml")
+        with open(policy, "w", encoding="utf-8"):
+            pass
+        check_import(netdb, os.path.join(folder, "data"), *zeek, policy=policy, means=("--max-days", "3653"))
+
     def sysmon_logs(data):
         must_give_rows(data, *sysmon)
 
@@ -36,7 +42,7 @@ def main():
     def all_logs_together(data):
         must_give_rows(data, *zeek, *sysmon)
 
-    run_test(zeek_logs, zeek_logs_with_local_sides_given, sysmon_logs, sysmon_logs_in_the_other_order, all_logs_together)
+    run_test(zeek_logs, zeek_logs_with_local_sides_given, zeek_logs_under_the_usual_limit, sysmon_logs, sysmon_logs_in_the_other_order, all_logs_together)
 
 
 if __name__ == "__main__":

@@ -9,7 +9,7 @@ import random
 import subprocess
 import sys
 
-from harness import Netdb, check, compare, queried_rows, run_test, stored_rows
+from harness import KEEP_ALL_DAYS, Netdb, check, compare, queried_rows, run_test, stored_rows
 from import_of_made_logs import good_tsv_lines, made_connections, made_processes, write
 from made_logs import TSV_HEAD, json_lines, random_lines
 
@@ -26,7 +26,7 @@ def main():
                           write(folder, "sysmon.ndjson", json_lines([*made_processes(), *made_connections()])))
         with subprocess.Popen([netdb.program, "query", "--data", old, "--format", "jsonl"],
                               stdout=subprocess.PIPE) as query:
-            done = subprocess.run([netdb.program, "import", "--data", new, "--json", "-"], stdin=query.stdout, check=False,
+            done = subprocess.run([netdb.program, "import", "--policy", KEEP_ALL_DAYS, "--data", new, "--json", "-"], stdin=query.stdout, check=False,
                                   capture_output=True)
         check((query.returncode, done.returncode) == (0, 0), "exit codes %d and %d\n%s", query.returncode,
               done.returncode, done.stderr.decode())

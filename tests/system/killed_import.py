@@ -10,7 +10,7 @@ import sys
 import time
 
 import read_day_file
-from harness import Netdb, check, run_test, stored_rows
+from harness import KEEP_ALL_DAYS, Netdb, check, run_test, stored_rows
 from made_logs import TSV_HEAD, random_lines
 
 CONNECTIONS = 200_000
@@ -94,7 +94,7 @@ def main():
         data, generator, killed = os.path.join(folder, "data"), random.Random(seed), 0
         look = Folder(data)
         for _ in range(KILLS):
-            running = netdb.start("import", "--data", data, log)
+            running = netdb.start("import", "--policy", KEEP_ALL_DAYS, "--data", data, log)
             time.sleep(generator.uniform(0, min(whole_s, LONGEST_DELAY_S)))
             running.kill()
             killed += running.wait() < 0

@@ -13,6 +13,7 @@ SKIP_EXIT_CODE = 77
 # In the order of their bits.
 PROTOCOLS = ("HTTP", "SMB", "FTP", "Telnet", "RDP", "SSH", "SSL", "WMI", "RPC", "ICMP", "UDP", "TCP")
 MOST_DIFFERENCES_SHOWN = 10
+VERDICT_CACHES = ("cache.4.db", "cache.6.db")
 KEEP_ALL_DAYS = os.path.join(HERE, "keep_all_days.toml")
 
 
@@ -75,9 +76,9 @@ class Netdb:
 
 
 def day_files(data):
-    """Names in the folder of the day files; other files are none of a complete import."""
+    """Names in the folder of the day files; besides them a complete import leaves only the verdict caches."""
     folder = os.path.join(data, "netdb")
-    names = sorted(os.listdir(folder))
+    names = sorted(name for name in os.listdir(folder) if name not in VERDICT_CACHES)
     strange = [name for name in names if not name.endswith(".db")]
     check(not strange, "left behind: %s", strange)
     for path in [folder] + [os.path.join(folder, name) for name in names]:

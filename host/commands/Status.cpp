@@ -51,12 +51,13 @@ ordered_json FolderReport(const DBStats& stats) {
 }
 
 // False, after a message, when there is no history.
-bool AskFolder(const std::string& dataFolder, ordered_json& status) {
+bool AskFolder(const std::string& dataFolder, const std::string& reason, ordered_json& status) {
   const std::string folder = DatabaseFolder(dataFolder);
   if (!Velmar::OS::FileSystem::DirectoryExists(folder.c_str(), false)) {
     PrintError("there is no history: the folder " + folder + " does not exist");
     return false;
   }
+  PrintNote(reason + "; this is what the folder tells");
   DBStats stats;
   const bool complete = RYL::NetDB::DBManager::ComputeStatistics(folder.c_str(), stats);
   status = {{"complete", complete}, {"report", FolderReport(stats)}};
@@ -66,8 +67,7 @@ bool AskFolder(const std::string& dataFolder, ordered_json& status) {
 bool AskDaemon(const std::string& dataFolder, ordered_json& status) {
   const Control::Reply reply = Control::Ask(dataFolder, Control::Kind::kStatus);
   if (reply.outcome == Control::Outcome::kNoDaemon) {
-    PrintNote(reply.text + "; this is what the folder tells");
-    return AskFolder(dataFolder, status);
+    return AskFolder(dataFolder, reply.text, status);
   }
   if (reply.outcome != Control::Outcome::kAnswer) {
     PrintError(reply.text);

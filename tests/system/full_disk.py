@@ -12,7 +12,8 @@ import subprocess
 import sys
 
 import read_day_file
-from harness import KEEP_ALL_DAYS, Netdb, check, compare, expected, run_test, skip, stored_rows, temporary_folder
+from harness import (KEEP_ALL_DAYS, VERDICT_CACHES, Netdb, check, compare, expected, run_test, skip, stored_rows,
+                     temporary_folder)
 from made_logs import TSV_HEAD, random_lines
 
 INSIDE = "--inside"
@@ -71,7 +72,8 @@ def write_log(folder, name, lines):
 def whole_days(data):
     """The contents of the day files, by name; each is read whole. A save that failed may have left a part of itself."""
     found, folder = {}, os.path.join(data, "netdb")
-    for name in sorted(name for name in os.listdir(folder) if not name.endswith(".db.temp")):
+    names = [name for name in os.listdir(folder) if not name.endswith(".temp") and name not in VERDICT_CACHES]
+    for name in sorted(names):
         with open(os.path.join(folder, name), "rb") as file:
             content = file.read()
         try:

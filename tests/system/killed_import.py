@@ -41,6 +41,7 @@ class Folder:
 
     def look(self):
         names = set(os.listdir(self.folder)) if os.path.isdir(self.folder) else set()
+        names = {name for name in names if not name.startswith("cache.")}  # of verdicts, which can be had again
         strange = [name for name in names if not re.fullmatch(r"[0-9]{10}\.db(\.temp)?", name)]
         check(not strange, "left behind: %s", strange)
         saves = {name for name in names if name.endswith(".temp")}

@@ -314,6 +314,15 @@ TEST_F(NetDBManagerTest, BadSizeThatComesWithTheSwitchOffStillStops) {
   EXPECT_EQ(Settings().max_db_size.Get(), 0x8000000U);
 }
 
+TEST_F(NetDBManagerTest, BadSizeThatComesWithTheSwitchOnStillStarts) {
+  policy.values[PolicyKey::kNetdbEnabled] = 0;
+  InitializeAndStart();
+  policy.values = {{PolicyKey::kNetdbEnabled, 1}, {PolicyKey::kMaxDbSize, 1}};
+  module->ApplySettings(&policy);
+  EXPECT_EQ(log.Count("ryl_netdb.ApplySettingsFailed"), 1);
+  EXPECT_NE(Access::GetWorkerThread(Manager()), nullptr);
+}
+
 TEST_F(NetDBManagerTest, NullPolicyChangesNothing) {
   InitializeAndStart();
   log.Clear();

@@ -106,15 +106,19 @@ TEST_F(ReadSettingsTest, DatabaseSizeHasItsLimits) {
 }
 
 TEST_F(ReadSettingsTest, BadDatabaseSizeLeavesWhatComesAfterIt) {
-  policy.values = {{PolicyKey::kKeepPrivateAddresses, 1},
-                   {PolicyKey::kMaxDbSize, 1},
-                   {PolicyKey::kMaxDbDays, 9},
-                   {PolicyKey::kMaxQueryBytes, 9},
-                   {PolicyKey::kMaxQueryRows, 9}};
+  policy.values = {
+      {PolicyKey::kNetdbEnabled, 0},      {PolicyKey::kCloudQueryEnabled, 0}, {PolicyKey::kKeepPrivateAddresses, 1},
+      {PolicyKey::kJitterFirstFilter, 0}, {PolicyKey::kMaxDbSize, 1},         {PolicyKey::kMaxDbDays, 9},
+      {PolicyKey::kMaxQueryBytes, 9},     {PolicyKey::kMaxQueryRows, 9}};
   EXPECT_FALSE(Read());
   EXPECT_EQ(log.Lines(3), (Lines{"5 ryl_netdb.SettingRefused", "5 ryl_netdb.SettingMaxDbSizeRefused"}));
   EXPECT_EQ(log.Arguments("ryl_netdb.SettingMaxDbSizeRefused"), Lines{"1"});
+  EXPECT_FALSE(Settings().netdb_enabled.Get());
+  EXPECT_FALSE(Settings().cloud_query_enabled.Get());
   EXPECT_TRUE(Settings().keep_private_addresses.Get());
+  EXPECT_FALSE(Settings().jitter_first_filter.Get());
+  EXPECT_EQ(log.Count("ryl_netdb.VerdictPersistence"), 0);
+  EXPECT_EQ(Settings().max_db_size.Get(), 0x8000000U);
   EXPECT_EQ(Settings().max_db_days.Get(), 3653U);
   EXPECT_EQ(Settings().max_query_bytes.Get(), 0xA00000U);
   EXPECT_EQ(Settings().max_query_rows.Get(), 10240U);

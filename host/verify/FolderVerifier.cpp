@@ -132,11 +132,12 @@ FolderVerifier::Outcome FolderVerifier::Verify(const std::string& name, const st
         return Outcome::kRead;
       }
     } else if (const int error = errno; error != ENOENT || attempt + 1 == kAttempts) {
-      const bool isThere = Exists(path);  // also a link that leads nowhere
       report = {};
       report.name = name;
       report.problems.push_back({0, std::string("cannot be read: ") + std::strerror(error)});
-      return isThere ? Outcome::kRead : Outcome::kVanished;
+      // A link that leads nowhere stays; a file that is not there again and again is being replaced, or gone.
+      std::error_code ignored;
+      return error != ENOENT || std::filesystem::is_symlink(path, ignored) ? Outcome::kRead : Outcome::kVanished;
     }
     std::this_thread::sleep_for(kRenameWait);
   }

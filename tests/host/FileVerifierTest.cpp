@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/host/DayFileBytes.h"
 #include "tests/host/History.h"
 #include "tests/host/TemporaryFolder.h"

@@ -101,6 +101,75 @@ TEST(ModuleSession, ClosedSessionRefuses) {
   EXPECT_EQ(fake.session.Send(Event(185)), Outcome::kRefused);
 }
 
+// The value of a setting in the module's own report.
+u64 DaysInForce(ModuleSession& session) {
+  Velmar::Utils::TreeContainer report;
+  EXPECT_TRUE(report.Create(64, 64, true, 8));
+  Velmar::Collections::Array<Velmar::Utils::TreeContainer> history;
+  EXPECT_TRUE(session.GetStatus(history, report));
+  const u32 config = report.GetNodeChild(Velmar::Utils::TreeContainer::kRoot, "config");
+  return report.GetNodeValueUInt64(config, "max_db_days", 0, nullptr);
+}
+
+Policy PolicyOf(const std::string& document) {
+  std::string error;
+  const auto policy = Policy::Parse(document, "test", error);
+  EXPECT_TRUE(policy) << error;
+  return *policy;
+}
+
+TEST(ModuleSession, OpensWithItsPolicyAndFollowsAnother) {
+  const TemporaryFolder folder;
+  ModuleSession session({});
+  session.UsePolicy(PolicyOf("max_db_days = 30"));
+  std::string error;
+  ASSERT_TRUE(session.Open(folder.Path(), error)) << error;
+  EXPECT_EQ(DaysInForce(session), 30U);
+  session.Apply(PolicyOf("max_db_days = 40"));
+  EXPECT_EQ(DaysInForce(session), 40U);
+  session.Apply(Policy());
+  EXPECT_EQ(DaysInForce(session), 3653U);
+  EXPECT_TRUE(session.Close());
+}
+
+TEST(ModuleSession, WithoutAPolicyEverySettingHasItsDefault) {
+  const TemporaryFolder folder;
+  ModuleSession session({});
+  std::string error;
+  ASSERT_TRUE(session.Open(folder.Path(), error)) << error;
+  EXPECT_EQ(DaysInForce(session), 3653U);
+}
+
+TEST(ModuleSession, DisabledModuleTakesAndLeavesOut) {
+  const TemporaryFolder folder;
+  ModuleSession session({});
+  session.UsePolicy(PolicyOf("netdb_enabled = false"));
+  std::string error;
+  ASSERT_TRUE(session.Open(folder.Path(), error)) << error;
+  EXPECT_EQ(session.Send(Event(185)), Outcome::kTaken);
+  session.Apply(PolicyOf("netdb_enabled = true"));
+  EXPECT_EQ(session.Send(Event(185)), Outcome::kTaken);
+  EXPECT_TRUE(session.Close());
+  int rows = 0;
+  const auto count = [&rows](const Commands::HistoryReader::Row& row) {
+    rows += static_cast<int>(row.conns_total);
+    return true;
+  };
+  EXPECT_EQ(Commands::HistoryReader(folder.Path()).Read({}, count), Commands::HistoryReader::Result::kDone);
+  EXPECT_EQ(rows, 1);
+}
+
+TEST(ModuleSession, ClosedSessionReportsNothing) {
+  FakeSession fake;
+  EXPECT_TRUE(fake.session.Close());
+  Velmar::Utils::TreeContainer tree;
+  EXPECT_TRUE(tree.Create(8, 8, true, 8));
+  EXPECT_FALSE(fake.session.SaveStatistics(tree));
+  EXPECT_FALSE(fake.session.GetStatus({}, tree));
+  fake.session.Apply(Policy());
+  EXPECT_EQ(tree.GetNodeChildrenCount(Velmar::Utils::TreeContainer::kRoot), 0U);
+}
+
 TEST(ModuleSession, MissingLibraryIsAnError) {
   ModuleSession session({}, "/nowhere/libryl_netdb.so");
   std::string error;

@@ -23,14 +23,14 @@ TEST(Netdb, HelpListsTheCommands) {
   for (const auto& arguments : {std::vector<std::string>{"help"}, {"--help"}, {"-h"}}) {
     const ProgramResult result = RunNetdb(arguments);
     EXPECT_EQ(result.exitCode, 0);
-    for (const char* command : {"run", "import", "query", "inspect", "help"}) {
+    for (const char* command : {"run", "import", "query", "inspect", "status", "policy", "reload", "help"}) {
       EXPECT_THAT(result.out, HasSubstr(std::string("\n  ") + command + " "));
     }
   }
 }
 
 TEST(Netdb, HelpOfACommandShowsExamples) {
-  for (const char* command : {"run", "import", "query", "inspect"}) {
+  for (const char* command : {"run", "import", "query", "inspect", "status", "policy", "reload"}) {
     const ProgramResult result = RunNetdb({"help", command});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(result.out, HasSubstr(std::string("Usage: netdb ") + command));
@@ -57,6 +57,10 @@ TEST(Netdb, WrongUseIsTwoWithAMessage) {
       {"inspect"},
       {"inspect", "--format", "csv", "file"},
       {"run", "--surplus"},
+      {"run", "--policy"},
+      {"status", "--format", "csv"},
+      {"policy", "--format", "csv"},
+      {"reload", "surplus"},
   };
   for (const auto& arguments : uses) {
     const ProgramResult result = RunNetdb(arguments);

@@ -23,7 +23,7 @@ struct StringView {
   constexpr StringView() = default;
   constexpr StringView(const char* characters, u32 size) : text(characters), length(size) {}
   // Up to the terminator. Implicit, so that names are written as literals.
-  constexpr StringView(const char* characters)
+  constexpr StringView(const char* characters)  // NOLINT(google-explicit-constructor)
       : text(characters), length(characters == nullptr ? 0 : static_cast<u32>(__builtin_strlen(characters))) {}
 
   bool operator==(const StringView& other) const {

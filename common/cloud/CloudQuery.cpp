@@ -12,7 +12,6 @@ namespace RYL::NetDB {
 namespace {
 
 using Velmar::OS::Network;
-using Velmar::OS::ScopedLock;
 using Velmar::OS::Time;
 using Velmar::Utils::TreeContainer;
 

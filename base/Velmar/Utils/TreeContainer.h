@@ -141,7 +141,7 @@ class RYL_API TreeContainer {
   template <class T>
   T IntegerOr(u32 node, T defaultValue, bool* found) const;
   static bool AppendJsonText(StringView text, String& out);
-  bool AppendJsonStart(u32 node, String& out) const;
+  bool AppendJsonStart(u32 id, String& out) const;
 
   Node* nodes = nullptr;
   u32 nodeCount = 0;

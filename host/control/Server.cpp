@@ -103,8 +103,9 @@ int Server::TimeoutMs(u64 nowMs) const {
 }
 
 void Server::Serve(u64 nowMs) {
-  connections_.remove_if([nowMs](const Connection& connection) { return nowMs - connection.sinceMs >= kTimeLimitMs; });
+  // What came while a handler took its time is still served.
   connections_.remove_if([this](Connection& connection) { return !Advance(connection); });
+  connections_.remove_if([nowMs](const Connection& connection) { return nowMs - connection.sinceMs >= kTimeLimitMs; });
   Accept(nowMs);
 }
 

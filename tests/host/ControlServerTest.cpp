@@ -199,6 +199,15 @@ TEST_F(ControlServer, EveryPrefixThatStaysOneIsClosedAtTheTimeLimit) {
   EXPECT_TRUE(requests_.empty());
 }
 
+TEST_F(ControlServer, RequestThatCameWhileTheServerWasBusyIsAnswered) {
+  Peer peer(folder_.Path());
+  Serve();
+  peer.Send(Encode({Kind::kStatus, ""}));
+  nowMs_ += Server::kTimeLimitMs + 1;
+  Serve();
+  EXPECT_EQ(peer.Reply().text, kGreeting);
+}
+
 TEST_F(ControlServer, HalfClosedPeerGetsItsReply) {
   Peer peer(folder_.Path());
   peer.Send(Encode({Kind::kStatus, ""}));

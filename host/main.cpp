@@ -45,9 +45,10 @@ int Main(int argc, char** argv) {
   program.set_version_flag("--version", "netdb " NETDB_VERSION);
   program.require_subcommand(1);
   std::vector<Command> commands = {
-      Host::Commands::AddRun(program),     Host::Commands::AddImport(program), Host::Commands::AddQuery(program),
-      Host::Commands::AddInspect(program), Host::Commands::AddVerify(program), Host::Commands::AddPurge(program),
-      Host::Commands::AddStatus(program),  Host::Commands::AddPolicy(program), Host::Commands::AddReload(program)};
+      Host::Commands::AddRun(program),        Host::Commands::AddImport(program), Host::Commands::AddQuery(program),
+      Host::Commands::AddInspect(program),    Host::Commands::AddVerify(program), Host::Commands::AddPurge(program),
+      Host::Commands::AddStatus(program),     Host::Commands::AddPolicy(program), Host::Commands::AddReload(program),
+      Host::Commands::AddReputation(program), Host::Commands::AddFilter(program)};
   std::string topic;
   Command help;
   help.app = program.add_subcommand("help", "Show how a command is used");

@@ -21,10 +21,12 @@ Command AddQuery(CLI::App& program);
 Command AddInspect(CLI::App& program);
 Command AddVerify(CLI::App& program);
 Command AddPurge(CLI::App& program);
+Command AddFilter(CLI::App& program);
 Command AddRun(CLI::App& program);
 Command AddStatus(CLI::App& program);
 Command AddPolicy(CLI::App& program);
 Command AddReload(CLI::App& program);
+Command AddReputation(CLI::App& program);
 
 // `--data DIR` with its default.
 void AddDataOption(CLI::App& command, std::string& dataFolder);

@@ -71,6 +71,11 @@ bool Set(CURL* handle, CURLoption option, Value value) {
   return curl_easy_setopt(handle, option, value) == CURLE_OK;
 }
 
+// Those of the file alone: the folder of the system's would be asked beside it.
+bool SetAuthorities(CURL* handle, const char* file) {
+  return Set(handle, CURLOPT_CAINFO, file) && Set(handle, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+}
+
 bool SetTarget(CURL* handle, const CloudRequest& request) {
   Utils::String url;
   return url.SetFormat("%s%s", request.endpoint, request.path) && Set(handle, CURLOPT_URL, url.text) &&
@@ -78,7 +83,7 @@ bool SetTarget(CURL* handle, const CloudRequest& request) {
          // Both, so that no environment variable is asked.
          Set(handle, CURLOPT_PROXY, request.proxy) && Set(handle, CURLOPT_NOPROXY, "") &&
          Set(handle, CURLOPT_SSL_VERIFYPEER, 1L) && Set(handle, CURLOPT_SSL_VERIFYHOST, 2L) &&
-         (request.caFile[0] == '\0' || Set(handle, CURLOPT_CAINFO, request.caFile));
+         (request.caFile[0] == '\0' || SetAuthorities(handle, request.caFile));
 }
 
 bool SetTransfer(CURL* handle, const CloudRequest& request, const HeaderList& headers, Body& body) {
@@ -113,7 +118,11 @@ bool SendToCloud(const CloudRequest& request, Cloud::Response& response, u32& st
   long code = 0;
   curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &code);
   status = static_cast<u32>(code);
-  return status != 200 || response.Add(body.text.text, static_cast<u32>(body.text.length));
+  if (status == 200 && !response.Add(body.text.text, static_cast<u32>(body.text.length))) {
+    reason.Set("no memory for the reply");
+    return false;
+  }
+  return true;
 }
 
 }  // namespace Velmar::Platform

@@ -19,6 +19,10 @@ struct SearchTestAccess {
     return std::vector<u32>(search.locations, search.locations + search.size);
   }
   template <class Search>
+  static bool HasTable(const Search& search) {
+    return search.locations != nullptr;
+  }
+  template <class Search>
   static u32 Position(const Search& search) {
     return search.position;
   }

@@ -32,6 +32,10 @@ struct MapDBTestAccess {
     return store.tail;
   }
   template <class Store>
+  static u32 FreeHead(const Store& store) {
+    return store.freeHead;
+  }
+  template <class Store>
   static bool IsBusy(const Store& store) {
     return store.busy;
   }

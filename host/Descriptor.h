@@ -23,6 +23,8 @@ class Descriptor {
 
   [[nodiscard]] int Get() const { return number_; }
   [[nodiscard]] bool IsOpen() const { return number_ >= 0; }
+  // It is somebody else's to close from now on.
+  int Release() { return std::exchange(number_, -1); }
   // False when the system reports that what was written may be lost.
   bool Close() {
     const int number = std::exchange(number_, -1);

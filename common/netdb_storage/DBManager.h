@@ -44,6 +44,8 @@ class DBManager {
   bool FilterIPs(CloudStatus<IPv4>* cloud);
   // Renames a day's ".db" to its ".db.f", which must not exist. Up to 5 attempts, 100 ms apart.
   static bool MarkFiltered(const char* path);
+  // Before rows of this day go: afterwards none of their processes is kept for want of memory.
+  bool PrepareReleases() { return processes.PrepareReleases(); }
   // A row of this day that pointed at the process is gone.
   bool ReleaseProcess(u32 index) { return processes.Release(index); }
 

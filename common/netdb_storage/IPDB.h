@@ -53,7 +53,7 @@ class IPDB {
 
   // Takes the rows of harmless addresses out, after asking the cloud about those that are not known; `db` is where
   // their processes are. False (level 5) when the cloud was not asked about all; what is known to be harmless is gone
-  // then, too.
+  // then, too. False without memory for the processes' release, with all rows in place.
   bool FilterWhitelisted(CloudStatus<T>* cloud, DBManager* db);
 
   [[nodiscard]] u32 GetCount() const { return rows.count; }

@@ -27,6 +27,10 @@ bool IPDB<T>::FilterWhitelisted(CloudStatus<T>* cloud, DBManager* db) {
   if (!resolved) {
     RYL_LOG(netdb_storage, AddressesNotResolved);
   }
+  // A process must not outlive its rows in the file, so none goes unless all may.
+  if (!db->PrepareReleases()) {
+    return false;
+  }
   const u32 removed = rows.count - CompactRows(*cloud, *db);
   RYL_LOG(netdb_storage, RowsFiltered, removed);
   for (u32 i = 0; i < removed; ++i) {

@@ -234,6 +234,17 @@ bool ProcessesDB::Release(u32 index) {
   return FreeRow(index, *row) && TrimTail();
 }
 
+bool ProcessesDB::PrepareReleases() {
+  ScopedLock lock(free_slots.mutex);
+  while (free_slots.capacity < records.GetCount()) {
+    if (!free_slots.Grow()) {
+      RYL_LOG(netdb_storage, ReleasesNotPrepared, records.GetCount());
+      return false;
+    }
+  }
+  return true;
+}
+
 // Makes the row, down to its last reference, a free slot. The room for its number is had first, so that a failure to
 // get it leaves the table as it was.
 bool ProcessesDB::FreeRow(u32 index, Record& row) {

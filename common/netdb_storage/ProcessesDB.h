@@ -34,6 +34,8 @@ class ProcessesDB {
   bool AddRef(u32 index);
   // One less; at zero the row leaves the table, and free rows at its end go with it.
   bool Release(u32 index);
+  // Has the memory that releasing every row would take, so that Release does not fail for want of it.
+  bool PrepareReleases();
   // Copies a live row out.
   bool Get(u32 index, Process& out) const;
 

@@ -8,9 +8,9 @@
 namespace Velmar::Utils {
 
 // Numeric keys only. The map knows the 64-bit hash of a key (SignedFnv1a over its bytes) and nothing else, and there is
-// no second comparison: two keys with equal hashes are one key. Among u32 keys that is not rare: about one in 8,700 of
-// 131,072 random ones meets another, and of the numbers up to 4,000,000 every second one does; so this kind is for
-// values that may be mistaken for another's, or for wide keys, whose hashes spread.
+// no second comparison: two keys with equal hashes are one key. Among u32 keys that is not rare: about one in 9,300 of
+// 131,072 random ones has the hash of an earlier one, and of the numbers below 4,000,000 every second one has; so this
+// kind is for values that may be mistaken for another's, or for wide keys, whose hashes spread.
 // Threads: runs under the store's lock; Delete and Clear take the map's own one besides.
 template <class K>
 class HashMapSearch final : public Collections::DB::Base::ISearchInterface<K> {

@@ -45,11 +45,11 @@ bool HashMapSearch<K>::CompactDeleted() {
 
 template <class K>
 bool HashMapSearch<K>::MarkKeyAsDeleted(u32 position) {
-  if (!map.Find(position)) {
+  if (!map.Find(position) || !map._Delete()) {
     RYL_LOG(velmar, IndexPositionOutOfRange, position);
     return false;
   }
-  return map._Delete();
+  return true;
 }
 
 template <class K>

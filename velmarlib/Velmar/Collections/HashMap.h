@@ -5,7 +5,6 @@
 //   if (!map.Find(hash)) map._Insert(hash, 7);
 #pragma once
 
-#include "Velmar/Collections/Array.h"
 #include "Velmar/Types.h"
 
 namespace Velmar::Collections {

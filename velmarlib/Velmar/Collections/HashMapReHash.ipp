@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "Velmar/Collections/Array.h"
 #include "Velmar/Collections/ByteBits.h"
 #include "Velmar/Collections/HashMap.h"
 #include "Velmar/Collections/ModuleMemory.h"

@@ -129,16 +129,44 @@ TYPED_TEST(MapDBHashMap, CapacityAboveTheLargestTableIsRefused) {
 }
 
 // Two wide keys with one hash.
-TEST(MapDBHashMapTwins, KeyWithTheHashOfAnotherReachesItsEntry) {
+class MapDBHashMapTwins : public testing::Test {
+ protected:
+  MapDBHashMapTwins() {
+    std::memcpy(&twin, "\x20\x03\x3f\x6e\x39\x3d\x60\x09\x0c\x3e\x03\x7e\x31\x1b\x5c\x00", 16);
+    std::memcpy(&otherTwin, "\x26\x01\x6c\x7e\x60\x42\x23\x0f\x0c\x08\x08\x17\x75\x33\x7b\x05", 16);
+  }
+
   Types::UInt128 twin;
   Types::UInt128 otherTwin;
-  std::memcpy(&twin, "\x20\x03\x3f\x6e\x39\x3d\x60\x09\x0c\x3e\x03\x7e\x31\x1b\x5c\x00", 16);
-  std::memcpy(&otherTwin, "\x26\x01\x6c\x7e\x60\x42\x23\x0f\x0c\x08\x08\x17\x75\x33\x7b\x05", 16);
+};
+
+TEST_F(MapDBHashMapTwins, KeyWithTheHashOfAnotherReachesItsEntry) {
   WideStore store;
   ASSERT_TRUE(Open(store, HashMapOptions()));
   EXPECT_TRUE(Put(store, twin, "1"));
   EXPECT_EQ(Get(store, otherTwin), "1");
   EXPECT_EQ(store.GetCount(), 1U);
+}
+
+// A kind that compares keys has stored them both.
+TEST_F(MapDBHashMapTwins, FileThatHasBothIsNotLoaded) {
+  MakeFolder();
+  Options options = HashMapOptions(kPath);
+  options.flags = StoreFlags::kBinarySearch | StoreFlags::kNoSaveOnClose;
+  WideStore store;
+  ASSERT_TRUE(Open(store, options));
+  ASSERT_TRUE(Put(store, twin, "1"));
+  ASSERT_TRUE(Put(store, otherTwin, "2"));
+  ASSERT_TRUE(store.Save());
+  WideStore refused;
+  LogCapture log;
+  EXPECT_FALSE(Open(refused, HashMapOptions(kPath)));
+  EXPECT_EQ(log.Lines(3),
+            (Lines{"3 velmar.StoreKeyStandsTwice", "5 velmar.StoreNotLoaded", "3 velmar.StoreInitLoadFailed"}));
+  WideStore cleared;
+  options.flags = StoreFlags::kHashMapSearch | StoreFlags::kNoSaveOnClose | StoreFlags::kClearOnLoadFailure;
+  EXPECT_TRUE(Open(cleared, options));
+  EXPECT_EQ(cleared.GetCount(), 0U);
 }
 
 }  // namespace

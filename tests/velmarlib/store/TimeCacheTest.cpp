@@ -164,6 +164,16 @@ TYPED_TEST(TimeCacheTest, ShortestTimeBelowASecondIsRefused) {
   EXPECT_TRUE(this->OpenCache(cache, options));
 }
 
+TYPED_TEST(TimeCacheTest, OrderOfTheTimesIsLookedAtFirst) {
+  typename TestFixture::Cache cache;
+  LogCapture log;
+  CacheOptions options;
+  options.shortest = 999;
+  options.longest = 999;
+  EXPECT_FALSE(this->OpenCache(cache, options));
+  EXPECT_EQ(log.Lines(), Lines{"3 velmar.CacheTimesNotInOrder"});
+}
+
 TYPED_TEST(TimeCacheTest, StoreThatDoesNotOpenIsAWarning) {
   typename TestFixture::Cache cache;
   LogCapture log;

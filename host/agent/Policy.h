@@ -1,4 +1,4 @@
-// Policy: the settings that this program gives the module, out of a TOML document.
+// Policy: the settings that this program gives the module, and where its verdicts come from, out of a TOML document.
 //
 //   std::string error;
 //   const auto policy = Policy::Load(path, error);
@@ -14,6 +14,7 @@
 
 #include "RYL/Module/SettingsSource.h"
 #include "host/Types.h"
+#include "host/agent/CloudSettings.h"
 
 namespace Host {
 
@@ -58,7 +59,7 @@ class Policy {
 
   // False, with "NAME:LINE: SENTENCE" in `error`, for what is no TOML, an unknown name (with the names there are), a
   // wrong type, a value outside its limits, and db_dump_interval, which no policy can change. `name` is what messages
-  // call the document.
+  // call the document. Files that the table [cloud] names are not looked at.
   static std::optional<Policy> Parse(std::string_view document, const std::string& name, std::string& error);
   // Of a file, which must exist and may have 1 MiB.
   static std::optional<Policy> Load(const std::string& path, std::string& error);
@@ -68,11 +69,13 @@ class Policy {
   static std::string DefaultPath();
 
   [[nodiscard]] const Value& Get(Setting setting) const { return values_[static_cast<std::size_t>(setting)]; }
+  [[nodiscard]] const CloudSettings& Cloud() const { return cloud_; }
   // The document's name as messages and tables show it; empty when there is none.
   [[nodiscard]] const std::string& Source() const { return source_; }
 
  private:
   std::array<Value, kSettingCount> values_;
+  CloudSettings cloud_;
   std::string source_;
 };
 

@@ -28,6 +28,7 @@ namespace Host {
 namespace {
 
 constexpr std::string_view kDumpInterval = "db_dump_interval";
+constexpr std::string_view kCloudTable = "cloud";
 
 const SettingInfo* FindName(std::string_view name) {
   for (const SettingInfo& info : AllSettings()) {
@@ -152,31 +153,66 @@ std::string ReadEntry(std::string_view name, const toml::node& node, u32 line,
     return ReadSetting(*info, node, value.value);
   }
   if (node.is_table() || node.is_array_of_tables()) {
-    return Quoted(name) + " is a table, and a policy has none, only lines NAME = VALUE; the names are " +
+    return Quoted(name) + " is a table, and a policy has none but [cloud], only lines NAME = VALUE; the names are " +
            SettingNames();
   }
   return UnknownName(name);
 }
 
-// The fault that stands first, if there is one.
-std::optional<TextFault> ReadEntries(const toml::table& document, std::array<Policy::Value, kSettingCount>& values) {
-  std::optional<TextFault> first;
-  for (const auto& [key, node] : document) {
+// The same of the table [cloud].
+std::string ReadCloudEntry(std::string_view name, const toml::node& node, u32 line, CloudSettings& cloud) {
+  for (const CloudSettingInfo& info : AllCloudSettings()) {
+    if (name != info.name) {
+      continue;
+    }
+    if (!node.is_string()) {
+      return std::string(info.name) + " has to be a text, not " + TypeName(node.type());
+    }
+    std::string sentence;
+    cloud.Set(info, node.as_string()->get(), line, sentence);
+    return sentence;
+  }
+  const std::string hint = FindName(name) != nullptr ? "; that one stands above [cloud]" : "";
+  return "there is no setting " + Quoted(name) + " in [cloud]" + hint + "; there are " + CloudSettingNames();
+}
+
+// The fault that stands first of those that `read` finds in the entries of a table, if there is one.
+template <class Read>
+void ReadTable(const toml::table& table, std::optional<TextFault>& first, const Read& read) {
+  for (const auto& [key, node] : table) {
     const u32 line = key.source().begin.line;
-    std::string sentence = ReadEntry(key.str(), node, line, values);
+    std::string sentence = read(key.str(), node, line);
     if (!sentence.empty() && (!first || line < first->line)) {
       first = TextFault{line, std::move(sentence)};
     }
   }
+}
+
+std::optional<TextFault> ReadEntries(const toml::table& document, std::array<Policy::Value, kSettingCount>& values,
+                                     CloudSettings& cloud) {
+  std::optional<TextFault> first;
+  ReadTable(document, first, [&](std::string_view name, const toml::node& node, u32 line) {
+    if (name != kCloudTable) {
+      return ReadEntry(name, node, line, values);
+    }
+    if (!node.is_table()) {
+      return std::string("cloud has to be a table, not ") + TypeName(node.type());
+    }
+    ReadTable(*node.as_table(), first, [&cloud](std::string_view member, const toml::node& value, u32 at) {
+      return ReadCloudEntry(member, value, at, cloud);
+    });
+    return std::string();
+  });
   return first;
 }
 
-std::optional<TextFault> ReadDocument(std::string_view document, std::array<Policy::Value, kSettingCount>& values) {
+std::optional<TextFault> ReadDocument(std::string_view document, std::array<Policy::Value, kSettingCount>& values,
+                                      CloudSettings& cloud) {
   if (auto fault = FindTextFault(document)) {
     return fault;
   }
   try {
-    return ReadEntries(toml::parse(document), values);
+    return ReadEntries(toml::parse(document), values, cloud);
   } catch (const toml::parse_error& fault) {
     return TextFault{fault.source().begin.line, Text::ToPrintable(fault.description())};
   } catch (const std::exception& fault) {
@@ -188,7 +224,7 @@ std::optional<TextFault> ReadDocument(std::string_view document, std::array<Poli
 
 std::optional<Policy> Policy::Parse(std::string_view document, const std::string& name, std::string& error) {
   Policy policy;
-  if (const auto fault = ReadDocument(document, policy.values_)) {
+  if (const auto fault = ReadDocument(document, policy.values_, policy.cloud_)) {
     error = name + ":" + std::to_string(fault->line) + ": " + fault->sentence;
     return std::nullopt;
   }

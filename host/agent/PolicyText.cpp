@@ -11,6 +11,8 @@ namespace {
 
 // Enough for every mistake that deserves a better message than this one, and a depth that no stack minds.
 constexpr u32 kMaxNesting = 64;
+// The one head of a table that there may be.
+constexpr std::string_view kCloudHead = "[cloud]";
 
 u32 LineAt(std::string_view document, std::size_t at) {
   return 1 + static_cast<u32>(std::count(document.begin(), document.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
@@ -91,8 +93,8 @@ class Structure {
   std::string FaultHere() {
     const char c = document_[at_];
     const std::string_view rest = document_.substr(at_);
-    if (c == '[' && isLineStart_ && depth_ == 0) {
-      return "a policy has no tables, only lines NAME = VALUE; the names are " + SettingNames();
+    if (c == '[' && isLineStart_ && depth_ == 0 && !StartsWith(rest, kCloudHead)) {
+      return "a policy has no table but [cloud], only lines NAME = VALUE; the names are " + SettingNames();
     }
     if (StartsWith(rest, "\"\"\"") || StartsWith(rest, "'''")) {
       return "a policy has no texts of several lines";

@@ -17,9 +17,9 @@ struct TextFault {
   std::string sentence;
 };
 
-// The first of these faults: too long, a byte order mark, not UTF-8, a control character, a table's head, a text of
-// several lines, other letters than those of ASCII outside of comments, and more brackets and dots than
-// belong into lines NAME = VALUE. The last bounds the depth of whatever a parser makes of the document.
+// The first of these faults: too long, a byte order mark, not UTF-8, a control character, a table's head but [cloud], a
+// text of several lines, other letters than those of ASCII outside of comments, and more brackets and dots than belong
+// into lines NAME = VALUE. The last bounds the depth of whatever a parser makes of the document.
 std::optional<TextFault> FindTextFault(std::string_view document);
 
 }  // namespace Host

@@ -54,7 +54,7 @@ Message Daemon::Answer(const Message& request) {
 Message Daemon::Reload() {
   std::string error;
   const std::optional<Policy> policy = Policy::LoadOrDefault(parts_.policyPath, error);
-  if (!policy) {
+  if (!policy || !ConfigureCloud(policy->Cloud(), policy->Source(), error)) {
     parts_.say("the policy stays as it is: " + error);
     return Control::Refusal(error);
   }

@@ -262,7 +262,7 @@ bool MayAsk(const Policy& policy) {
 int Run(const Arguments& arguments) {
   std::string error;
   const auto policy = Policy::LoadOrDefault(arguments.policy, error);
-  if (!policy) {
+  if (!policy || !ConfigureCloud(policy->Cloud(), policy->Source(), error)) {
     PrintError(error);
     return kUsage;
   }

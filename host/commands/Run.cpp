@@ -146,10 +146,11 @@ bool ReadPolicy(Run& run, std::string& error) {
     run.options.policyPath = std::filesystem::absolute(run.options.policyPath).string();
   }
   const std::optional<Policy> policy = Policy::LoadOrDefault(run.options.policyPath, error);
-  if (policy) {
-    run.policy = *policy;
+  if (!policy || !ConfigureCloud(policy->Cloud(), policy->Source(), error)) {
+    return false;
   }
-  return policy.has_value();
+  run.policy = *policy;
+  return true;
 }
 
 int Conclude(Run& run, ModuleSession& session, const RecordingThread& recording, const RecordingCounts& counts) {

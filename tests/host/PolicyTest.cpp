@@ -203,14 +203,16 @@ TEST(Policy, DumpIntervalIsRefusedWithTheReason) {
 }
 
 TEST(Policy, TablesAreRefused) {
-  const std::string head = std::string("a policy has no tables, only lines NAME = VALUE; the names are ") + kAllNames;
+  const std::string head =
+      std::string("a policy has no table but [cloud], only lines NAME = VALUE; the names are ") + kAllNames;
   EXPECT_EQ(ErrorOf("\n[netdb]\nmax_db_days = 5\n"), "p.toml:2: " + head);
   EXPECT_EQ(ErrorOf("max_db_days = 5\n\t [[netdb]]\n"), "p.toml:2: " + head);
   EXPECT_EQ(ErrorOf("[max_db_days]\n"), "p.toml:1: " + head);
   EXPECT_EQ(ErrorOf("x = \"open\n[netdb]\n"), "p.toml:2: " + head);
   EXPECT_EQ(ErrorOf("[~]\n"), "p.toml:1: " + head);
 
-  const std::string sentence = " is a table, and a policy has none, only lines NAME = VALUE; the names are ";
+  const std::string sentence =
+      " is a table, and a policy has none but [cloud], only lines NAME = VALUE; the names are ";
   EXPECT_EQ(ErrorOf("netdb.max_db_days = 5\n"), "p.toml:1: \"netdb\"" + sentence + kAllNames);
   EXPECT_EQ(ErrorOf("netdb = {}\n"), "p.toml:1: \"netdb\"" + sentence + kAllNames);
   EXPECT_EQ(ErrorOf("max_db_days = [\n[1]\n]"), "p.toml:1: max_db_days has to be a whole number, not a list");

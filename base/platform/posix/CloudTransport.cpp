@@ -43,7 +43,15 @@ struct Body {
   Utils::String text;
   u32 limit;
   bool tooLarge = false;
+  bool headersEnded = false;
 };
+
+// An empty line ends the headers. Without it a connection that ended among them would pass for an empty reply.
+std::size_t TakeHeader(const char* bytes, std::size_t size, std::size_t number, void* context) {
+  const std::size_t length = size * number;
+  static_cast<Body*>(context)->headersEnded = length > 0 && (bytes[0] == '\r' || bytes[0] == '\n');
+  return length;
+}
 
 // Anything but `size` * `number` ends the transfer.
 std::size_t TakeBytes(char* bytes, std::size_t size, std::size_t number, void* context) {
@@ -92,6 +100,7 @@ bool SetTransfer(CURL* handle, const CloudRequest& request, const HeaderList& he
          Set(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(request.bodySize)) &&
          Set(handle, CURLOPT_HTTPHEADER, headers.Get()) &&
          Set(handle, CURLOPT_MAXFILESIZE, static_cast<long>(request.maxReplyBytes)) &&
+         Set(handle, CURLOPT_HEADERFUNCTION, &TakeHeader) && Set(handle, CURLOPT_HEADERDATA, &body) &&
          Set(handle, CURLOPT_WRITEFUNCTION, &TakeBytes) && Set(handle, CURLOPT_WRITEDATA, &body);
 }
 
@@ -111,8 +120,8 @@ bool SendToCloud(const CloudRequest& request, Cloud::Response& response, u32& st
     reason.Set("the reply is larger than it may be");
     return false;
   }
-  if (result != CURLE_OK) {
-    reason.Set(curl_easy_strerror(result));
+  if (result != CURLE_OK || !body.headersEnded) {
+    reason.Set(result == CURLE_OK ? "the reply ended in its headers" : curl_easy_strerror(result));
     return false;
   }
   long code = 0;

@@ -302,6 +302,11 @@ void RunChecked(const Shape& shape) {
 }
 
 template <class Maker>
+void RunTiny(const Shape& shape) {
+  Fleet<Maker>(shape, Fleet<Maker>::Looks::kAfterEachStep).Run(kSteps / 20);
+}
+
+template <class Maker>
 void RunLong(const Shape& shape) {
   Fleet<Maker>(shape, Fleet<Maker>::Looks::kNowAndThen).Run(kSteps);
 }
@@ -350,6 +355,17 @@ TEST(MapDBDifferential, TextsInALargerStore) {
 
 TEST(MapDBDifferential, TextsWithTextsForValues) {
   RunLong<TextsOfTexts>({0, 60, 3, 0, 100, 0});
+}
+
+TEST(MapDBDifferential, StoresOfOneAndOfThree) {
+  for (const u32 flags : {0U, kMove}) {
+    RunTiny<DenseNumbers>({0, 1, 1, 0, 3, flags});
+    RunTiny<DenseNumbers>({2, 3, 1, 0, 8, flags});
+    RunTiny<WideNumbers>({0, 1, 1, 1, 3, flags});
+    RunTiny<WideNumbers>({3, 3, 1, 0, 10, flags});
+    RunTiny<Texts>({0, 1, 1, 0, 3, flags});
+    RunTiny<Texts>({2, 3, 50, 1, 8, flags});
+  }
 }
 
 // Shorter, with the whole structure of chains and indexes looked at after each step. The hash tables overflow.

@@ -86,7 +86,7 @@ void FilterSchedule::StartWhenDue(u64 now, bool cloudQueryEnabled) {
     return;
   }
   bool found = false;
-  if (!FindFile(found)) {
+  if (!parts.steps.findFile(parts.folder, filter_file, found)) {
     RYL_LOG(ryl_netdb, FilterFileNotFound);
   } else if (!found) {
     RYL_LOG(ryl_netdb, NoFileToFilter);
@@ -95,10 +95,6 @@ void FilterSchedule::StartWhenDue(u64 now, bool cloudQueryEnabled) {
   } else {
     StartJob();
   }
-}
-
-bool FilterSchedule::FindFile(bool& found) {
-  return parts.steps.job == nullptr || parts.steps.findFile(parts.folder, filter_file, found);
 }
 
 bool FilterSchedule::FlushFile() {

@@ -17,14 +17,14 @@ namespace RYL::Module {
 namespace FilterState = NetDB::FilterState;
 using NetDB::FilterJobContext;
 
-// The two steps that the schedule runs but does not know.
+// The two steps that the schedule runs; tests have others.
 struct FilterJobSteps {
   // Puts the next file to filter into `path`. False on a failure.
   bool (*findFile)(const char* folder, Velmar::Utils::String& path,
                    bool& found) = &NetDB::DBManager::GetOldestUnfilteredFile;
   // Entry of the job's thread; its context is a FilterJobContext. It sets the status to kRunning, and at its end to
-  // kDone or kFailed. Null: there is never a file for it, and none is searched for.
-  void (*job)(void* context) = nullptr;
+  // kDone or kFailed.
+  void (*job)(void* context) = &NetDB::FilterJobThread;
 };
 
 // What a schedule works with; all of it outlives the schedule.
@@ -67,7 +67,6 @@ class FilterSchedule {
   void TakeSuccess();
   void TakeFailure();
   void StartWhenDue(u64 now, bool cloudQueryEnabled);
-  bool FindFile(bool& found);
   // Brings what memory holds of the found day to its file, which the job is about to replace.
   bool FlushFile();
   void StartJob();

@@ -166,16 +166,6 @@ TEST_F(FilterScheduleTest, NoFileIsTriedAgainNextTurn) {
   EXPECT_TRUE(schedule.IsIdle());
 }
 
-TEST_F(FilterScheduleTest, WithoutAJobNoFileIsSearchedFor) {
-  FilterSchedule bare(Parts({&FindFile, nullptr}), kSeed);
-  bare.Begin(false);
-  bare.Advance(kStartMs, true);
-  EXPECT_EQ(log.Lines(), Lines{"2 ryl_netdb.NoFileToFilter"});
-  EXPECT_EQ(steps.finds, 0);
-  EXPECT_TRUE(bare.IsIdle());
-  EXPECT_TRUE(host.Threads().empty());
-}
-
 TEST_F(FilterScheduleTest, RunningJobIsOnlyLogged) {
   Velmar::OS::Event hold(false);
   steps.hold = &hold;

@@ -158,15 +158,17 @@ TEST_F(WorkerLoopTest, SecondInitializeDoesNotMoveARunningWorker) {
   EXPECT_EQ(Velmar::Sim::ListFiles(), Lines{kFile});
 }
 
-// There is no job yet that could have it.
-TEST_F(WorkerLoopTest, OldFileIsLeftAloneWithoutAFilterJob) {
+// The file is none, which the job finds out.
+TEST_F(WorkerLoopTest, WithoutJitterTheFirstTurnStartsAJobOnAnOldFile) {
   policy.values[PolicyKey::kJitterFirstFilter] = 0;
   Velmar::Sim::PutFile("/data/netdb/1699833600.db", "x");
   StartIdle();
   NextTurn();
-  EXPECT_EQ(log.Count("ryl_netdb.NoFileToFilter"), 1);
-  EXPECT_EQ(log.Count("ryl_netdb.FilterJobStarts"), 0);
-  EXPECT_EQ(host.Threads().size(), 1U);
+  EXPECT_EQ(log.Arguments("ryl_netdb.FilterJobStarts"), Lines{"1699833600.db"});
+  ASSERT_EQ(host.Threads().size(), 2U);
+  EXPECT_EQ(host.Threads()[1].label, "fiterWorker");
+  module->Stop();
+  EXPECT_EQ(log.Arguments("cloud.JobFileNotOpened"), Lines{"1699833600.db"});
 }
 
 TEST_F(WorkerLoopTest, WithoutJitterAFileIsLookedForInTheFirstTurn) {
@@ -196,6 +198,21 @@ TEST_F(WorkerLoopTest, JitterHoldsTheFirstSearchBackForTwoHoursAtMost) {
   AdvanceTime(7200000);
   ASSERT_TRUE(WaitUntilWaiting(1));
   EXPECT_EQ(log.Count("ryl_netdb.NoFileToFilter"), 1);
+}
+
+TEST_F(WorkerLoopTest, NewJitterHoldsFromTheNextStart) {
+  const auto apply = [this](u32 key, u64 value) {
+    policy.values[key] = value;
+    module->ApplySettings(&policy);
+  };
+  StartIdle();
+  apply(PolicyKey::kJitterFirstFilter, 0);
+  NextTurn();
+  EXPECT_EQ(log.Count("ryl_netdb.FirstFilterTime"), 0);
+  apply(PolicyKey::kNetdbEnabled, 0);
+  apply(PolicyKey::kNetdbEnabled, 1);
+  ASSERT_TRUE(WaitUntilWaiting(1));
+  EXPECT_EQ(log.Arguments("ryl_netdb.FirstFilterTime"), Lines{std::to_string(kStartMs + 60000)});
 }
 
 TEST_F(WorkerLoopTest, StopStoresWhatIsQueuedAndDumps) {

@@ -2,6 +2,7 @@
 #include "Velmar/Cloud.h"
 #include "Velmar/OS/Time.h"
 #include "tests/cloud/CloudFixture.h"
+#include "tests/support/CountingAllocator.h"
 
 namespace CloudTest {
 namespace {
@@ -267,6 +268,37 @@ TYPED_TEST(CloudQueryTest, AVerdictThatCannotBeStoredStopsTheBatch) {
   LogCapture log;
   EXPECT_FALSE(this->Resolve(0, 2));
   EXPECT_EQ(log.Lines(5), (Lines{"5 cloud.VerdictNotStored", "5 cloud.ResolveStopped"}));
+}
+
+// The cache begins with room for 1024 verdicts.
+TYPED_TEST(CloudQueryTest, AVerdictThatFindsNoMemoryStopsTheBatch) {
+  CountingAllocator allocator;
+  Velmar::Collections::SetModuleAllocator(&allocator);
+  {
+    CloudStatus<TypeParam> full;
+    ASSERT_TRUE(full.Open(nullptr, false));
+    for (u32 i = 0; i < 1023; ++i) {
+      ASSERT_TRUE(this->Learn(full, i, false));
+    }
+    this->answer = [&allocator](const Sim::CloudCall& call) {
+      allocator.FailFrom(0, 1000);
+      return Sim::CloudReply{.texts = {CloudQueryTest<TypeParam>::List(CloudQueryTest<TypeParam>::Asked(call),
+                                                                       CloudQueryTest<TypeParam>::kHarmless)}};
+    };
+    Numbers<TypeParam> numbers(this->Addresses(2000, 3));
+    LogCapture log;
+    EXPECT_FALSE(full.Resolve(&numbers));
+    allocator.FailFrom(CountingAllocator::kNever);
+    const Lines lines = log.Lines(3);
+    ASSERT_GE(lines.size(), 3U);
+    EXPECT_EQ(Lines(lines.end() - 3, lines.end()),
+              (Lines{"3 velmar.CacheEntryNotSet", "5 cloud.VerdictNotStored", "5 cloud.ResolveStopped"}));
+    EXPECT_EQ(this->Verdict(full, 2000), "harmless") << "what was written stays";
+    EXPECT_EQ(this->Verdict(full, 2001), "unknown");
+    EXPECT_EQ(full.TakeSuccessfulRequests(), 1U);
+  }
+  EXPECT_EQ(allocator.Out(), 0U);
+  Velmar::Collections::SetModuleAllocator(nullptr);
 }
 
 TYPED_TEST(CloudQueryTest, ABatchWithoutALockIsRefused) {

@@ -115,6 +115,20 @@ TEST_P(FilterJobRenameTest, RenamesThatFailUpToFourTimesInARowAreMadeGood) {
   }
 }
 
+// Five attempts are the dump's, five more the manager's own at its end.
+TEST_P(FilterJobRenameTest, DumpWhoseRenamesFailIsLeftToTheManager) {
+  for (u64 count = 5; count <= 10; ++count) {
+    StartDisk();
+    Sim::FailFileOperation(Sim::Operation::kMove, 0, GetParam().fault, count);
+    EXPECT_EQ(Run(), FilterState::kFailed) << count;
+    Sim::ClearFaults();
+    EXPECT_EQ(Files(), Lines{count < 10 ? "1699920000.db" : "1699920000.db.temp"});
+    EXPECT_EQ(ExpectWholeDay(FilterState::kFailed), count == 10);
+    EXPECT_EQ(PortsOf(path), kHarmfulPorts);
+    NextJobCompletes();
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Faults, FilterJobRenameTest, testing::Values(Plan{Fault::kFail, 1, 1, "Fail"}), &NameOf);
 
 enum class Memory { kModule, kBase };

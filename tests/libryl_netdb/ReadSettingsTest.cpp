@@ -17,6 +17,29 @@ class ReadSettingsTest : public ModuleTest {
     log.Clear();
   }
   bool Read() { return Access::ReadSettings(Manager(), &policy); }
+  // Every setting away from its default.
+  void SetAllOtherwise() {
+    Settings().netdb_enabled.Set(false);
+    Settings().cloud_query_enabled.Set(false);
+    Settings().keep_private_addresses.Set(true);
+    Settings().jitter_first_filter.Set(false);
+    Settings().max_db_size.Set(0x40000);
+    Settings().max_db_days.Set(5);
+    Settings().max_query_bytes.Set(5);
+    Settings().max_query_rows.Set(5);
+    Settings().db_dump_interval.Set(1234);
+  }
+  void ExpectAllOtherwise() {
+    EXPECT_FALSE(Settings().netdb_enabled.Get());
+    EXPECT_FALSE(Settings().cloud_query_enabled.Get());
+    EXPECT_TRUE(Settings().keep_private_addresses.Get());
+    EXPECT_FALSE(Settings().jitter_first_filter.Get());
+    EXPECT_EQ(Settings().max_db_size.Get(), 0x40000U);
+    EXPECT_EQ(Settings().max_db_days.Get(), 5U);
+    EXPECT_EQ(Settings().max_query_bytes.Get(), 5U);
+    EXPECT_EQ(Settings().max_query_rows.Get(), 5U);
+    EXPECT_EQ(Settings().db_dump_interval.Get(), 1234U);
+  }
   std::string Word(const std::string& name) {
     const auto arguments = log.Arguments("ryl_netdb." + name);
     return arguments.empty() ? "" : arguments[0];
@@ -24,15 +47,14 @@ class ReadSettingsTest : public ModuleTest {
 };
 
 TEST_F(ReadSettingsTest, NullSourceIsRefusedAndChangesNothing) {
+  SetAllOtherwise();
   EXPECT_FALSE(Access::ReadSettings(Manager(), nullptr));
   EXPECT_EQ(log.Lines(1), Lines{"5 ryl_netdb.NoSettingsSource"});
-  EXPECT_TRUE(Settings().netdb_enabled.Get());
+  ExpectAllOtherwise();
 }
 
 TEST_F(ReadSettingsTest, EmptyPolicyGivesTheDefaults) {
-  Settings().max_query_rows.Set(5);
-  Settings().max_db_days.Set(5);
-  Settings().keep_private_addresses.Set(true);
+  SetAllOtherwise();
   EXPECT_TRUE(Read());
   EXPECT_TRUE(Settings().netdb_enabled.Get());
   EXPECT_TRUE(Settings().cloud_query_enabled.Get());
@@ -42,6 +64,31 @@ TEST_F(ReadSettingsTest, EmptyPolicyGivesTheDefaults) {
   EXPECT_EQ(Settings().max_db_days.Get(), 3653U);
   EXPECT_EQ(Settings().max_query_bytes.Get(), 0xA00000U);
   EXPECT_EQ(Settings().max_query_rows.Get(), 10240U);
+  EXPECT_EQ(Settings().db_dump_interval.Get(), 1234U) << "no policy has it";
+}
+
+// Gives values and calls each of them a failure.
+class DenyingSettings : public FakeSettings {
+ public:
+  bool GetUInt64(u32 key, u64* out, u64 defaultValue, u32 reserved) override {
+    FakeSettings::GetUInt64(key, out, defaultValue, reserved);
+    return false;
+  }
+  bool GetBool(u32 key, bool* out, bool defaultValue, u32 reserved) override {
+    FakeSettings::GetBool(key, out, defaultValue, reserved);
+    return false;
+  }
+};
+
+TEST_F(ReadSettingsTest, ValuesAreTakenWhateverTheGettersAnswer) {
+  DenyingSettings source;
+  source.values = {{PolicyKey::kNetdbEnabled, 0},         {PolicyKey::kCloudQueryEnabled, 0},
+                   {PolicyKey::kKeepPrivateAddresses, 1}, {PolicyKey::kJitterFirstFilter, 0},
+                   {PolicyKey::kMaxDbSize, 0x40000},      {PolicyKey::kMaxDbDays, 5},
+                   {PolicyKey::kMaxQueryBytes, 5},        {PolicyKey::kMaxQueryRows, 5}};
+  EXPECT_TRUE(Access::ReadSettings(Manager(), &source));
+  Settings().db_dump_interval.Set(1234);
+  ExpectAllOtherwise();
 }
 
 TEST_F(ReadSettingsTest, EightKeysAreAskedInOrderWithTheirDefaults) {
@@ -105,6 +152,12 @@ TEST_F(ReadSettingsTest, DatabaseSizeHasItsLimits) {
   }
 }
 
+TEST_F(ReadSettingsTest, DatabaseSizeIsToldInMebibytes) {
+  policy.values[PolicyKey::kMaxDbSize] = 0x40000;
+  EXPECT_TRUE(Read());
+  EXPECT_EQ(std::stod(Word("SettingMaxDbSize")), 0.25);
+}
+
 TEST_F(ReadSettingsTest, BadDatabaseSizeLeavesWhatComesAfterIt) {
   policy.values = {
       {PolicyKey::kNetdbEnabled, 0},      {PolicyKey::kCloudQueryEnabled, 0}, {PolicyKey::kKeepPrivateAddresses, 1},
@@ -163,9 +216,21 @@ TEST_F(ReadSettingsTest, QueryLimitsHaveTheirLimits) {
   }
 }
 
-TEST_F(ReadSettingsTest, BadQueryBytesLeaveTheRows) {
-  policy.values = {{PolicyKey::kMaxQueryBytes, 0}, {PolicyKey::kMaxQueryRows, 9}};
+TEST_F(ReadSettingsTest, BadQueryBytesLeaveTheRowsAndNotTheDays) {
+  policy.values = {{PolicyKey::kMaxDbDays, 9}, {PolicyKey::kMaxQueryBytes, 0}, {PolicyKey::kMaxQueryRows, 9}};
   EXPECT_FALSE(Read());
+  EXPECT_EQ(log.Lines(3), Lines{"5 ryl_netdb.SettingRefused"});
+  EXPECT_EQ(Settings().max_db_days.Get(), 9U);
+  EXPECT_EQ(Settings().max_query_bytes.Get(), 0xA00000U);
+  EXPECT_EQ(Settings().max_query_rows.Get(), 10240U);
+}
+
+TEST_F(ReadSettingsTest, BadQueryRowsLeaveTheBytesTaken) {
+  policy.values = {{PolicyKey::kMaxQueryBytes, 9}, {PolicyKey::kMaxQueryRows, 0xFFFFFFFF}};
+  EXPECT_FALSE(Read());
+  EXPECT_EQ(log.Lines(3), Lines{"5 ryl_netdb.QueryLimitTooLarge"});
+  EXPECT_EQ(log.Arguments("ryl_netdb.QueryLimitTooLarge"), Lines{"4294967295"});
+  EXPECT_EQ(Settings().max_query_bytes.Get(), 9U);
   EXPECT_EQ(Settings().max_query_rows.Get(), 10240U);
 }
 

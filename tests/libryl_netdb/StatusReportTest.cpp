@@ -1,6 +1,7 @@
 // GetStatus and SaveStatistics, through the interface that the host has.
 #include <algorithm>
 #include <atomic>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -265,34 +266,73 @@ TEST_F(StatusReportTest, TreeThatTakesNothingIsNamedByItsFirstKey) {
   EXPECT_EQ(Requests(), "5 successful, 4 failed");
 }
 
-TEST_F(StatusReportTest, EachFailedAllocationEndsTheReportWithARecord) {
-  PutDay("1699747200.db.f", 300);
-  PutDay("1699833600.db", 1000);
-  const Lines whole = Report();
-  u64 failing = 0;
-  for (;; ++failing) {
-    SCOPED_TRACE(failing);
-    TreeContainer tree;
-    ASSERT_TRUE(tree.Create(1, 1, true, 1));
-    log.Clear();
-    Velmar::Sim::FailAllocation(failing);
-    const u64 before = Velmar::Sim::CountAllocations();
-    const bool done = module->GetStatus(history, &tree);
-    const bool reached = Velmar::Sim::CountAllocations() - before > failing;
-    Velmar::Sim::FailAllocation(~u64{0});
-    const Lines lines = LinesOf(tree);
-    if (!reached) {
-      EXPECT_TRUE(done);
-      EXPECT_EQ(lines, whole);
-      break;
-    }
-    // A dictionary that was not added is told by its first value.
-    EXPECT_FALSE(done);
-    EXPECT_LT(lines.size(), whole.size());
-    EXPECT_TRUE(std::equal(lines.begin(), lines.end(), whole.begin()));
-    EXPECT_GE(log.CountLevel(5), 1);
+// A report of one file of each class, made with each allocation failing in turn.
+class StatusAllocationTest : public StatusReportTest {
+ protected:
+  StatusAllocationTest() {
+    PutDay("1699747200.db.f", 300);
+    PutDay("1699833600.db", 1000);
+    whole = Report();
   }
-  EXPECT_GT(failing, 5U);
+  // The key of a line that holds a value; empty for a dictionary.
+  static std::string KeyOf(const std::string& line) {
+    const std::size_t slash = line.find('/');
+    return slash == std::string::npos ? "" : line.substr(slash + 1, line.find(':') - slash - 1);
+  }
+  // The first value that `lines`, the beginning of the whole report, lacks. A missing dictionary is told by it.
+  std::string NextKey(const Lines& lines) const {
+    std::size_t next = lines.size();
+    while (KeyOf(whole.at(next)).empty()) {
+      ++next;
+    }
+    return KeyOf(whole[next]);
+  }
+  void ExpectCut(const Lines& lines) {
+    ASSERT_LT(lines.size(), whole.size());
+    EXPECT_TRUE(std::equal(lines.begin(), lines.end(), whole.begin()));
+    EXPECT_EQ(log.Lines(3), Lines{"5 ryl_netdb.StatusNotAdded"});
+    EXPECT_EQ(log.Arguments("ryl_netdb.StatusNotAdded"), Lines{NextKey(lines)});
+    cutAt.insert(NextKey(lines));
+  }
+  // Into a tree with room for `capacity` nodes.
+  void FailEach(u32 capacity) {
+    for (u64 failing = 0;; ++failing) {
+      SCOPED_TRACE(failing);
+      TreeContainer tree;
+      EXPECT_TRUE(tree.Create(capacity, 1, true, 1));
+      log.Clear();
+      Velmar::Sim::FailAllocation(failing);
+      const u64 before = Velmar::Sim::CountAllocations();
+      const bool done = module->GetStatus(history, &tree);
+      const bool reached = Velmar::Sim::CountAllocations() - before > failing;
+      Velmar::Sim::FailAllocation(~u64{0});
+      EXPECT_NE(done, reached);
+      if (!reached) {
+        EXPECT_EQ(LinesOf(tree), whole);
+        return;
+      }
+      ExpectCut(LinesOf(tree));
+    }
+  }
+
+  Lines whole;
+  std::set<std::string> cutAt;
+};
+
+TEST_F(StatusAllocationTest, EachValueThatIsNotAddedEndsTheReportThere) {
+  // Each size of the tree makes another value the one that finds no room.
+  for (u32 capacity = 1; capacity <= whole.size() + 1; ++capacity) {
+    SCOPED_TRACE(capacity);
+    FailEach(capacity);
+  }
+  std::set<std::string> values;
+  for (const std::string& line : whole) {
+    if (!KeyOf(line).empty()) {
+      values.insert(KeyOf(line));
+    }
+  }
+  EXPECT_EQ(values.size(), 18U);
+  EXPECT_EQ(cutAt, values);
 }
 
 TEST_F(StatusReportTest, ReportTakesNothingOfTheHostsMemory) {

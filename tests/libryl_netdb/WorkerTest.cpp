@@ -295,6 +295,22 @@ TEST_F(WorkerWithJobTest, TurnsGoOnBesideTheJob) {
   thread.join();
 }
 
+TEST_F(WorkerWithJobTest, CloudQueriesTurnedOffStopNoJob) {
+  settings.cloud_query_enabled.Set(false);
+  wake.Signal();
+  ASSERT_TRUE(Velmar::Sim::WaitUntilWaiting(2));
+  EXPECT_EQ(log.Count("ryl_netdb.FilterJobRuns"), 1);
+  EXPECT_FALSE(LongJob::ended);
+  hold.Signal();
+  while (log.Count("ryl_netdb.FilterJobDone") == 0) {
+    wake.Signal();
+    ASSERT_TRUE(Velmar::Sim::WaitUntilWaiting(1));
+  }
+  settings.netdb_enabled.Set(false);
+  wake.Signal();
+  thread.join();
+}
+
 TEST_F(WorkerTest, EveryDrainEndsWithOneEmptyPop) {
   Store(Parts());
   EXPECT_EQ(log.Count("ryl_netdb.BacklogEmpty"), 1);

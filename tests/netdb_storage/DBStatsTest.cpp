@@ -182,6 +182,7 @@ TEST_F(OldestUnfilteredFileTest, FilteredSuffixInUpperCaseCountsAsUnfiltered) {
 
 TEST_F(OldestUnfilteredFileTest, FolderThatCannotBeWalkedIsFalseAndFindsNone) {
   Put(kToday - kOneDay, ".db", 1);
+  LogCapture log;
   String path("old", true);
   bool found = true;
   EXPECT_FALSE(DBManager::GetOldestUnfilteredFile("/data/other", path, found));
@@ -190,6 +191,7 @@ TEST_F(OldestUnfilteredFileTest, FolderThatCannotBeWalkedIsFalseAndFindsNone) {
   found = true;
   EXPECT_FALSE(DBManager::GetOldestUnfilteredFile(nullptr, path, found));
   EXPECT_FALSE(found);
+  EXPECT_EQ(log.Lines(), (Lines{"5 netdb_storage.WalkFolderMissing", "5 netdb_storage.WalkWithoutFolder"}));
   found = true;
   Sim::FailFileOperation(Sim::Operation::kEnumerate, 0, Sim::Fault::kFail);
   EXPECT_FALSE(DBManager::GetOldestUnfilteredFile(kFolder, path, found));

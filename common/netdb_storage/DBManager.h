@@ -62,8 +62,8 @@ class DBManager {
   static bool ComputeStatistics(const char* databaseFolder, DBStats& stats);
   // The oldest file that no filter job has had, today's excepted. After a false `found` is false.
   static bool GetOldestUnfilteredFile(const char* databaseFolder, Velmar::Utils::String& path, bool& found);
-  // Deletes the oldest days until all files are younger than `maxDays` and together at most `maxBytes`. No file is
-  // exempt. False when the folder cannot be walked or a file does not go; what was deleted until then stays deleted.
+  // Deletes the oldest days until all files are younger than `maxDays` and together at most `maxBytes`, today's too.
+  // False when the folder cannot be walked, a file does not go, or none is there under its name. What went stays gone.
   static bool EnsureDiskFootprintConstraints(const char* databaseFolder, u64 maxBytes, u64 maxDays);
 
   // Walks all rows of the folder's files that meet the constraints; rows in memory since the last dump are not seen. A

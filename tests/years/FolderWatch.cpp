@@ -26,14 +26,6 @@ u64 DayOf(const char* name) {
   return std::strtoull(name, nullptr, 10);
 }
 
-u64 SizeOf(const FolderWatch::Files& files) {
-  u64 total = 0;
-  for (const auto& [day, size] : files) {
-    total += size;
-  }
-  return total;
-}
-
 bool IsVerdictFile(const std::string& name) {
   return name == "cache.4.db";
 }
@@ -41,7 +33,7 @@ bool IsVerdictFile(const std::string& name) {
 bool TakeEntry(const char* /*path*/, const char* name, u64 size, bool /*isDirectory*/, Velmar::OS::FileTimes& /*times*/,
                void* context) {
   if (!IsVerdictFile(name)) {
-    EXPECT_TRUE(static_cast<FolderWatch::Files*>(context)->emplace(DayOf(name), size).second) << name;
+    static_cast<FolderWatch::Files*>(context)->emplace_back(DayOf(name), size);
   }
   return true;
 }
@@ -58,9 +50,9 @@ FolderWatch::~FolderWatch() {
   current = nullptr;
 }
 
-void FolderWatch::SetVerdictBytes(u64 bytes) {
-  NoteAddition(bytes > verdictBytes ? bytes - verdictBytes : 0);
-  verdictBytes = bytes;
+void FolderWatch::SetVerdictBytes(u64 length) {
+  NoteAddition(length > verdictBytes ? length - verdictBytes : 0);
+  verdictBytes = length;
 }
 
 void FolderWatch::ExpectCheckedInTime() const {
@@ -90,9 +82,10 @@ void FolderWatch::Receive(const Velmar::Log::Record& record, std::va_list argume
 void FolderWatch::OnDump(const char* name) {
   ++totals.dumps;
   const u64 size = Velmar::OS::File::GetFileSize((path + "/" + name).c_str());
-  const u64 before = std::exchange(files[DayOf(name)], size);
+  const u64 before = std::exchange(SizeOf(DayOf(name)), size);
+  bytes += size - before;
   NoteAddition(size > before ? size - before : 0);
-  const u64 folder = SizeOf(files) + verdictBytes;
+  const u64 folder = bytes + verdictBytes;
   EXPECT_LE(folder, bytesAtCheck + added) << "more than what came since the last check";
   totals.largestFolder = std::max(totals.largestFolder, folder);
 }
@@ -108,9 +101,9 @@ void FolderWatch::OnCheck(u64 allowance, u64 days) {
   EXPECT_GT(now - lastCheckMs, kHourMs) << "a check that is not due yet";
   EXPECT_EQ(allowance, limits.maxBytes - std::min(limits.maxBytes, verdictBytes));
   EXPECT_EQ(days, limits.maxDays);
-  EXPECT_EQ(going, TakeTooMuch(files, allowance)) << "not the oldest, or not as many as there have to go";
+  EXPECT_EQ(going, TakeTooMuch(allowance)) << "not the oldest, or not as many as there have to go";
   EXPECT_EQ(List(), files) << "the folder is not what dumps and deletions leave";
-  EXPECT_LE(SizeOf(files), allowance);
+  EXPECT_LE(bytes, allowance);
   gone.insert(gone.end(), going.begin(), going.end());
   going.clear();
   lastCheckMs = now;
@@ -118,20 +111,31 @@ void FolderWatch::OnCheck(u64 allowance, u64 days) {
   added = 0;
 }
 
-std::vector<u64> FolderWatch::TakeTooMuch(Files& kept, u64 allowance) const {
+std::vector<u64> FolderWatch::TakeTooMuch(u64 allowance) {
   const u64 today = Time::GetEpochTime(nullptr) / 1000 / kSecondsPerDay;
   std::vector<u64> days;
-  u64 total = SizeOf(kept);
-  while (!kept.empty() && (kept.begin()->first / kSecondsPerDay + limits.maxDays <= today || total > allowance)) {
-    days.push_back(kept.begin()->first);
-    total -= kept.begin()->second;
-    kept.erase(kept.begin());
+  auto kept = files.begin();
+  for (; kept != files.end(); ++kept) {
+    if (kept->first / kSecondsPerDay + limits.maxDays > today && bytes <= allowance) {
+      break;
+    }
+    days.push_back(kept->first);
+    bytes -= kept->second;
   }
+  files.erase(files.begin(), kept);
   return days;
 }
 
-void FolderWatch::NoteAddition(u64 bytes) {
-  added += bytes;
+u64& FolderWatch::SizeOf(u64 day) {
+  auto place = std::lower_bound(files.begin(), files.end(), std::pair<u64, u64>(day, 0));
+  if (place == files.end() || place->first != day) {
+    place = files.insert(place, {day, 0});
+  }
+  return place->second;
+}
+
+void FolderWatch::NoteAddition(u64 more) {
+  added += more;
   totals.largestAddition = std::max(totals.largestAddition, added);
 }
 
@@ -140,5 +144,6 @@ FolderWatch::Files FolderWatch::List() const {
   Velmar::Utils::String folder;
   EXPECT_TRUE(folder.Set(path.c_str()));
   EXPECT_TRUE(Velmar::OS::FileSystem::EnumerateFiles(folder, false, &TakeEntry, &found, true, true, false));
+  std::sort(found.begin(), found.end());
   return found;
 }

@@ -1,8 +1,8 @@
 // FolderWatch: follows the day files of a module's folder through its log, and holds every check to the limits.
 #pragma once
 
-#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Velmar/Log.h"
@@ -16,7 +16,7 @@
 class FolderWatch {
  public:
   using u64 = Velmar::u64;
-  using Files = std::map<u64, u64>;  // from day (epoch seconds) to size in bytes
+  using Files = std::vector<std::pair<u64, u64>>;  // day (epoch seconds) and size in bytes, ascending
   static constexpr u64 kHourMs = 3600000;
 
   struct Limits {
@@ -40,7 +40,7 @@ class FolderWatch {
   // What the next check is to enforce.
   void SetLimits(const Limits& next) { limits = next; }
   // The length that the verdicts' file has from now on.
-  void SetVerdictBytes(u64 bytes);
+  void SetVerdictBytes(u64 length);
   // A new worker comes up; its first turn checks.
   void BeginRun() { lastCheckMs = 0; }
   // After a turn: no check is owed.
@@ -57,14 +57,17 @@ class FolderWatch {
   void OnDump(const char* name);
   void OnDelete(const char* name);
   void OnCheck(u64 allowance, u64 days);
-  // The oldest days that have to go, in order; they leave `kept`.
-  std::vector<u64> TakeTooMuch(Files& kept, u64 allowance) const;
-  void NoteAddition(u64 bytes);
+  // The oldest days that have to go, in order; they leave `files`.
+  std::vector<u64> TakeTooMuch(u64 allowance);
+  // The size of the day's file, 0 when it is new.
+  u64& SizeOf(u64 day);
+  void NoteAddition(u64 more);
   [[nodiscard]] Files List() const;
 
   std::string path;
   Limits limits = {};
-  Files files;  // by what the log told so far
+  Files files;    // by what the log told so far
+  u64 bytes = 0;  // of these
   u64 verdictBytes = 0;
   u64 lastCheckMs = 0;     // 0: none in this run
   u64 bytesAtCheck = 0;    // of the folder, after the last check

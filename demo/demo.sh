@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Records real TCP connections inside a private network namespace, shows the rows and checks them; then imports a sample log and
-# asks about one day of it.
+# Records real TCP connections inside a private network namespace, asks the running daemon how it does, shows the rows and checks
+# them; then imports a sample log, asks about one day of it, verifies the folder, and has the harmless addresses removed by a
+# reputation service of this machine.
 #
 # usage: demo.sh FOLDER_OF_NETDB
 # Exit code 77: this system does not allow a private network namespace.
@@ -91,6 +92,8 @@ record_live() {
   for ((i = 0; i < perl_connections; i++)); do perl_client & pids+=($!); done
   for ((i = 0; i < bash_connections; i++)); do (bash_client) & pids+=($!); done
   wait "${pids[@]}"
+  say "netdb status, while it records"
+  "$netdb" status --data "$data/live"
   kill "$server"
   wait "$server" 2>/dev/null || true
   kill -INT "$recorder"
@@ -119,6 +122,32 @@ print("checked: every row has the right process, port, direction, counts and byt
 ' $client_address $server_address $port $request_bytes $reply_bytes $perl_connections $bash_connections
 }
 
+# A service that calls the networks of $2 harmless, and what a day looks like without them.
+filter_days() {
+  local data=$1 list=$2 address serving
+  mkfifo "$data/service"
+  "$netdb" reputation serve --lists "$list" --listen 127.0.0.1:0 2>"$data/service" &
+  local service=$!
+  exec {serving}<"$data/service"
+  while IFS= read -r address <&"$serving"; do case $address in *http://*) break ;; esac; done
+  printf '[cloud]\nendpoint = "http://%s"\n' "${address##*http://}" >"$data/netdb.toml"
+  "$netdb" filter --data "$data/imported" --policy "$data/netdb.toml"
+  kill "$service"
+  wait "$service"
+}
+
+# No row of the harmless networks is left, and all others are.
+check_filtered() {
+  python3 -c '
+import ipaddress, json, sys
+harmless = [ipaddress.ip_network(l.split("#")[0].strip()) for l in open(sys.argv[1]) if l.split("#")[0].strip()]
+before, after = ([json.loads(l) for l in open(f)] for f in sys.argv[2:4])
+kept = [r for r in before if not any(ipaddress.ip_address(r["ip"]) in n for n in harmless)]
+len(kept) < len(before) and kept == after or sys.exit("kept %s, expected %s" % (after, kept))
+print("checked: %d rows before, %d after, none of a harmless network" % (len(before), len(after)))
+' "$1" "$2" "$3"
+}
+
 inside() {
   make_network
   record_live "$1"
@@ -138,6 +167,15 @@ main() {
   "$netdb" import --data "$work/imported" "$here/sample-conn.log"
   say "netdb query --since 2024-05-14 --until 2024-05-14"
   "$netdb" query --data "$work/imported" --since 2024-05-14 --until 2024-05-14
+  say "netdb verify"
+  "$netdb" verify --data "$work/imported"
+
+  say "netdb reputation serve --lists harmless.txt; netdb filter"
+  printf '198.51.100.0/24  # what this demonstration calls harmless\n' >"$work/harmless.txt"
+  "$netdb" query --data "$work/imported" --format jsonl >"$work/before"
+  filter_days "$work" "$work/harmless.txt"
+  "$netdb" query --data "$work/imported" --format jsonl >"$work/after"
+  check_filtered "$work/harmless.txt" "$work/before" "$work/after"
 }
 
 if [ "${2:-}" = inside ]; then inside "$3"; else main "$1"; fi

@@ -67,7 +67,9 @@ bool WriteAll(int descriptor, const std::string& text) {
 // False with errno.
 bool ReplaceFile(const std::string& path, const std::string& text) {
   const std::string temporary = path + ".temp";
-  Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+  // What has the name may be the rest of an earlier write, or a pipe whose open would wait for a reader.
+  unlink(temporary.c_str());
+  Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file.IsOpen() || !WriteAll(file.Get(), text) || fsync(file.Get()) != 0 || !file.Close() ||
       std::rename(temporary.c_str(), path.c_str()) != 0) {
     return false;

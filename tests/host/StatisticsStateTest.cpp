@@ -194,6 +194,27 @@ TEST(StatisticsState, FailedWriteKeepsTheOldFileAndTheCounters) {
   EXPECT_EQ(SumsOf(next), (Sums{2, 6, 4}));
 }
 
+TEST(StatisticsState, WhatHasTheNameOfTheTemporaryFileIsReplaced) {
+  const TemporaryFolder folder;
+  const std::string temporary = folder.Path(std::string(kFile) + ".temp");
+  const std::string other = folder.Put("other", "of somebody else");
+  std::string error;
+  StatisticsState state(folder.Path());
+  ASSERT_EQ(mkfifo(temporary.c_str(), 0600), 0);  // whose open would wait for a reader
+  Count(state, 5, 3);
+  EXPECT_TRUE(state.Store(error)) << error;
+  std::filesystem::create_symlink(other, temporary);
+  Count(state, 1, 1);
+  EXPECT_TRUE(state.Store(error)) << error;
+  std::filesystem::create_hard_link(other, temporary);
+  Count(state, 1, 0);
+  EXPECT_TRUE(state.Store(error)) << error;
+  EXPECT_EQ(TemporaryFolder::Get(other), "of somebody else");
+  StatisticsState next(folder.Path());
+  EXPECT_TRUE(next.Load(error)) << error;
+  EXPECT_EQ(SumsOf(next), (Sums{3, 7, 4}));
+}
+
 TEST(StatisticsState, LinkInItsPlaceIsNotFollowed) {
   const TemporaryFolder folder;
   const std::string target = folder.Put("elsewhere", "{\"version\":1,\"trees\":[]}");

@@ -19,6 +19,27 @@ constexpr std::size_t kChunk = 16 * 1024;
 // Between two tries to connect to a daemon that has no place.
 constexpr u64 kConnectAgainMs = 20;
 
+// Printed with indents, an answer of brackets alone would take space by the square of their number.
+constexpr u32 kMaxDepth = 16;
+
+// Of a text that is JSON.
+bool IsTooDeep(std::string_view json) {
+  u32 depth = 0;
+  bool isString = false;
+  for (std::size_t at = 0; at < json.size() && depth <= kMaxDepth; ++at) {
+    const char c = json[at];
+    if (isString && c == '\\') {
+      ++at;
+    } else if (c == '"') {
+      isString = !isString;
+    } else if (!isString) {
+      depth += c == '[' || c == '{' ? 1 : 0;
+      depth -= c == ']' || c == '}' ? 1 : 0;
+    }
+  }
+  return depth > kMaxDepth;
+}
+
 Reply Failed(const std::string& text) {
   return {Outcome::kFailed, text};
 }
@@ -137,7 +158,7 @@ class Conversation {
         return Failed("the daemon's answer is not understood");
     }
     const auto body = nlohmann::json::parse(decoding.message.text, nullptr, false);
-    if (!body.is_object()) {
+    if (!body.is_object() || IsTooDeep(decoding.message.text)) {
       return Failed("the daemon's answer is not understood");
     }
     if (decoding.message.kind == Kind::kAnswer) {

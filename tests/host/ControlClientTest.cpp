@@ -169,4 +169,21 @@ TEST(ControlClient, AnswerThatIsNoneIsNotUnderstood) {
   }
 }
 
+TEST(ControlClient, AnswerMayNestSixteenLevels) {
+  const auto nested = [](std::size_t levels) {
+    return "{\"a\":" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
+  };
+  const std::string brackets = R"({"a":"\"[[[[[[[[[[[[[[[[[[[[\\","b":[[],[],[],[],[],[],[],[],[],[],[],[],[],[],[]]})";
+  for (const std::string& text : {nested(16), brackets}) {
+    const Reply reply = AskFake(Encode({Kind::kAnswer, text}));
+    EXPECT_EQ(reply.outcome, Outcome::kAnswer) << reply.text;
+    EXPECT_EQ(reply.text, text);
+  }
+  for (const std::string& text : {nested(17), nested(10000), std::string("{\"a\\\\\":") + nested(16) + "}"}) {
+    const Reply reply = AskFake(Encode({Kind::kAnswer, text}));
+    EXPECT_EQ(reply.outcome, Outcome::kFailed);
+    EXPECT_THAT(reply.text, HasSubstr("is not understood"));
+  }
+}
+
 }  // namespace

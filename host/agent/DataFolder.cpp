@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -63,6 +64,19 @@ std::string HomeFolder() {
 
 std::string DatabaseFolder(const std::string& dataFolder) {
   return Joined(dataFolder, "netdb");
+}
+
+bool HasHistory(const std::string& dataFolder, std::string& error) {
+  const std::string folder = DatabaseFolder(dataFolder);
+  struct stat status = {};
+  const bool isThere = stat(folder.c_str(), &status) == 0;
+  if (isThere && S_ISDIR(status.st_mode)) {
+    return true;
+  }
+  error = isThere || errno == ENOENT || errno == ENOTDIR
+              ? "there is no history: the folder " + folder + " does not exist"
+              : "cannot look into the folder " + folder + ": " + std::strerror(errno);
+  return false;
 }
 
 bool CheckPathLength(const std::string& dataFolder, std::string& error) {

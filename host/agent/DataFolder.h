@@ -11,6 +11,8 @@ std::string DefaultDataFolder();
 std::string HomeFolder();
 // DIR/netdb.
 std::string DatabaseFolder(const std::string& dataFolder);
+// Whether DatabaseFolder is there; false with a sentence in `error` that says why a reader finds no history.
+bool HasHistory(const std::string& dataFolder, std::string& error);
 // False with a sentence in `error` when a day file's path in it would pass what a store takes.
 bool CheckPathLength(const std::string& dataFolder, std::string& error);
 

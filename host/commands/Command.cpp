@@ -10,7 +10,14 @@ namespace Host::Commands {
 
 void AddDataOption(CLI::App& command, std::string& dataFolder) {
   dataFolder = DefaultDataFolder();
-  command.add_option("--data", dataFolder, "Folder of the history")->type_name("DIR")->capture_default_str();
+  // A script whose variable is not set must not be given the root folder.
+  const auto hasName = [](const std::string& folder) {
+    return folder.empty() ? "the data folder has no name" : std::string();
+  };
+  command.add_option("--data", dataFolder, "Folder of the history")
+      ->type_name("DIR")
+      ->capture_default_str()
+      ->check(CLI::Validator(hasName, ""));
 }
 
 void AddPolicyOption(CLI::App& command, std::string& path) {

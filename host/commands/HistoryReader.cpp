@@ -42,11 +42,12 @@ bool ReadDay(const std::string& folder, u64 day, const TimeRange& range, const H
 
 HistoryReader::Result HistoryReader::Read(const TimeRange& range, const Sink& sink) {
   problems_.clear();
-  const std::string folder = DatabaseFolder(dataFolder_);
-  if (!FileSystem::DirectoryExists(folder.c_str(), false)) {
-    problems_.push_back("there is no history: the folder " + folder + " does not exist");
+  std::string error;
+  if (!HasHistory(dataFolder_, error)) {
+    problems_.push_back(error);
     return Result::kNoFolder;
   }
+  const std::string folder = DatabaseFolder(dataFolder_);
   const LogWatch watch;
   std::set<u64> days;
   if (!ListDays(folder, range, days)) {

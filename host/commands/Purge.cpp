@@ -8,7 +8,6 @@
 #include <iostream>
 #include <memory>
 
-#include "Velmar/OS/FileSystem.h"
 #include "Velmar/OS/Time.h"
 #include "common/netdb_storage/DBManager.h"
 #include "host/agent/DataFolder.h"
@@ -23,7 +22,6 @@ namespace Host::Commands {
 namespace {
 
 using RYL::NetDB::DBManager;
-using Velmar::OS::FileSystem;
 using Velmar::OS::Time;
 
 constexpr char kExamples[] =
@@ -139,13 +137,13 @@ int Finish(std::vector<StoredFile> files, const Arguments& arguments, bool compl
 }
 
 int RunPurge(const Arguments& arguments, const PurgeRequest& request) {
-  const std::string folder = DatabaseFolder(arguments.dataFolder);
-  if (arguments.dataFolder.empty() || !FileSystem::DirectoryExists(folder.c_str(), false)) {
-    PrintError("there is no history: the folder " + folder + " does not exist");
+  std::string error;
+  if (!HasHistory(arguments.dataFolder, error)) {
+    PrintError(error);
     return kFailed;
   }
+  const std::string folder = DatabaseFolder(arguments.dataFolder);
   DataFolderLock lock;
-  std::string error;
   if (!arguments.dryRun && !lock.Take(arguments.dataFolder, "purge", error)) {
     PrintError(error);
     return kFailed;

@@ -1,7 +1,6 @@
 #include <iostream>
 #include <memory>
 
-#include "Velmar/OS/FileSystem.h"
 #include "common/netdb_storage/DBManager.h"
 #include "host/agent/DataFolder.h"
 #include "host/commands/Command.h"
@@ -52,14 +51,14 @@ ordered_json FolderReport(const DBStats& stats) {
 
 // False, after a message, when there is no history.
 bool AskFolder(const std::string& dataFolder, const std::string& reason, ordered_json& status) {
-  const std::string folder = DatabaseFolder(dataFolder);
-  if (!Velmar::OS::FileSystem::DirectoryExists(folder.c_str(), false)) {
-    PrintError("there is no history: the folder " + folder + " does not exist");
+  std::string error;
+  if (!HasHistory(dataFolder, error)) {
+    PrintError(error);
     return false;
   }
   PrintNote(reason + "; this is what the folder tells");
   DBStats stats;
-  const bool complete = RYL::NetDB::DBManager::ComputeStatistics(folder.c_str(), stats);
+  const bool complete = RYL::NetDB::DBManager::ComputeStatistics(DatabaseFolder(dataFolder).c_str(), stats);
   status = {{"complete", complete}, {"report", FolderReport(stats)}};
   return true;
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "tests/host/TemporaryFolder.h"
 
@@ -32,6 +33,24 @@ TEST(DataFolder, RelativeStateHomeIsIgnored) {
 TEST(DataFolder, DatabaseFolderIsBelow) {
   EXPECT_EQ(DatabaseFolder("/data"), "/data/netdb");
   EXPECT_EQ(DatabaseFolder("/data/"), "/data/netdb");
+}
+
+TEST(DataFolder, MissingHistoryIsToldFromOneThatCannotBeReached) {
+  const TemporaryFolder folder;
+  std::string error;
+  EXPECT_FALSE(HasHistory(folder.Path(), error));
+  EXPECT_EQ(error, "there is no history: the folder " + folder.Path("netdb") + " does not exist");
+  const std::string file = folder.Put("file", "");
+  EXPECT_FALSE(HasHistory(file, error));
+  EXPECT_EQ(error, "there is no history: the folder " + file + "/netdb does not exist");
+  folder.Put("netdb", "");
+  EXPECT_FALSE(HasHistory(folder.Path(), error));
+  EXPECT_EQ(error, "there is no history: the folder " + folder.Path("netdb") + " does not exist");
+  const std::string tooLong = folder.Path(std::string(300, 'a'));  // refused to root too
+  EXPECT_FALSE(HasHistory(tooLong, error));
+  EXPECT_EQ(error, "cannot look into the folder " + tooLong + "/netdb: File name too long");
+  std::filesystem::create_directories(folder.Path("whole/netdb"));
+  EXPECT_TRUE(HasHistory(folder.Path("whole"), error));
 }
 
 TEST(DataFolder, PathLengthIsCheckedAgainstTheLongestFileName) {

@@ -40,6 +40,18 @@ TEST(Netdb, HelpOfACommandShowsExamples) {
   }
 }
 
+TEST(Netdb, DataFolderHasAName) {
+  const std::vector<std::vector<std::string>> uses = {{"run"},    {"import", "file"},       {"query"},  {"verify"},
+                                                      {"status"}, {"purge", "--to-size=0"}, {"policy"}, {"reload"}};
+  for (std::vector<std::string> arguments : uses) {
+    arguments.insert(arguments.end(), {"--data", ""});
+    const ProgramResult result = RunNetdb(arguments);
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "netdb: --data: the data folder has no name; try \"netdb help " + arguments[0] + "\"\n");
+  }
+}
+
 TEST(Netdb, WrongUseIsTwoWithAMessage) {
   const std::vector<std::vector<std::string>> uses = {
       {},

@@ -125,7 +125,8 @@ std::string Daemon::StatusText() {
         {"sent", parts_.counts.sent.load()},
         {"refused", parts_.counts.refused.load()},
         {"left_out", parts_.counts.leftOut.load()},
-        {"lost", parts_.session.LostMessages()}}},
+        {"lost", parts_.session.LostMessages()},
+        {"failed_saves", parts_.session.FailedDumps()}}},
       {"complete", complete},
       {"report", tree},
   };

@@ -40,6 +40,11 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kPartial = 3;
 
+// Whoever read the messages may be gone; what is recorded must be stored all the same.
+void OutliveTheReaderOfMessages() {
+  signal(SIGPIPE, SIG_IGN);
+}
+
 // SIGINT, SIGTERM and SIGHUP as a descriptor. They are blocked in this thread and so in all that start later.
 Descriptor OpenSignals() {
   sigset_t signals;
@@ -166,6 +171,9 @@ int Conclude(Run& run, ModuleSession& session, const RecordingThread& recording,
     return run.Fail(recording.Failure());
   }
   if (!stored) {
+    for (const std::string& reason : session.Errors()) {
+      run.messages.Say(reason);
+    }
     return run.Fail("not everything that was recorded could be stored");
   }
   return refused == 0 && recording.ClosesMissed() == 0 ? kDone : kPartial;
@@ -196,6 +204,7 @@ int RecordAndAnswer(Run& run, ModuleSession& session, StatisticsState& statistic
 }  // namespace
 
 int RunCommand(const RunOptions& options) {
+  OutliveTheReaderOfMessages();
   Run run;
   run.options = options;
   std::string error;

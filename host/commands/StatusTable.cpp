@@ -47,7 +47,8 @@ std::string DaemonPart(const ordered_json& daemon) {
   return "Daemon\n" + Line("process", FieldText(daemon, "process")) + Line("started", TimeOf(daemon, "started")) +
          Line("policy", policy.empty() ? "defaults" : policy) + Line("recording", SwitchOf(daemon, "recording")) +
          Line("events sent", FieldText(daemon, "sent")) + Line("events refused", FieldText(daemon, "refused")) +
-         Line("events left out", FieldText(daemon, "left_out")) + Line("observations lost", FieldText(daemon, "lost"));
+         Line("events left out", FieldText(daemon, "left_out")) + Line("observations lost", FieldText(daemon, "lost")) +
+         Line("saves that failed", FieldText(daemon, "failed_saves"));
 }
 
 std::string FolderPart(const ordered_json& folder) {

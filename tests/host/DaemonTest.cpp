@@ -67,6 +67,7 @@ TEST_F(DaemonTest, StatusHoldsTheReportAndTheDaemonsOwnNumbers) {
   counts_.sent = 12;
   counts_.refused = 2;
   counts_.leftOut = 1;
+  Tell(kFakeDumpFails);
   const json status = Ask(Kind::kStatus);
   EXPECT_EQ(status["complete"], true);
   EXPECT_EQ(status["report"]["config"], json({{"max_db_days", 30}, {"netdb_enabled", true}}));
@@ -77,7 +78,8 @@ TEST_F(DaemonTest, StatusHoldsTheReportAndTheDaemonsOwnNumbers) {
                                     {"sent", 12},
                                     {"refused", 2},
                                     {"left_out", 1},
-                                    {"lost", 0}}));
+                                    {"lost", 0},
+                                    {"failed_saves", 1}}));
 }
 
 TEST_F(DaemonTest, CountersAreKeptBeforeTheReportTakesThem) {

@@ -31,7 +31,7 @@ constexpr char kReport[] =
 
 std::string Answer(bool complete = true) {
   return std::string(R"({"daemon":{"process":4711,"started":1715673600,"policy":"/etc/ryl/netdb.toml",)") +
-         R"("recording":true,"sent":1200,"refused":3,"left_out":0,"lost":0},"complete":)" +
+         R"("recording":true,"sent":1200,"refused":3,"left_out":0,"lost":0,"failed_saves":1},"complete":)" +
          (complete ? "true" : "false") + ",\"report\":" + kReport + "}";
 }
 
@@ -95,6 +95,7 @@ TEST(StatusCommand, TableShowsReadableValues) {
             "  events refused        3\n"
             "  events left out       0\n"
             "  observations lost     0\n"
+            "  saves that failed     1\n"
             "History\n"
             "  days to be filtered   2\n"
             "  days filtered         1\n"

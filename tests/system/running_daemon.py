@@ -133,6 +133,18 @@ def silent_peers_stop_nobody(folder):
             peer.close()
 
 
+def unread_messages_do_not_end_it(folder):
+    data, policy = os.path.join(folder, "data"), os.path.join(folder, "netdb.toml")
+    write(policy, "max_db_days = 30\n")
+    with Daemon(NETDB, data, "--policy", policy) as daemon:
+        daemon.process.stderr.close()
+        write(policy, "max_db_days = 40\n")
+        check(ask(NETDB, data, "reload")[0] == "max_db_days: 30 -> 40\n", "it did not follow")
+        check(config_of(NETDB, data)["max_db_days"] == 40, "the policy is not in force")
+        check(daemon.end(signal.SIGTERM) == 0, "it ended with %d", daemon.process.returncode)
+    check(not os.path.exists(os.path.join(data, "netdb.sock")), "the socket is still there")
+
+
 def damaged_state_is_not_fatal(folder):
     data = os.path.join(folder, "data")
     os.mkdir(data, 0o700)
@@ -170,4 +182,5 @@ if __name__ == "__main__":
         harness.skip("this system allows no private network namespace")
     NETDB = harness.Netdb(sys.argv[1])
     harness.run_test(answers_and_follows, bad_policy_at_the_start, socket_of_a_killed_daemon_is_replaced,
-                     silent_peers_stop_nobody, damaged_state_is_not_fatal, closed_terminal_ends_it)
+                     silent_peers_stop_nobody, unread_messages_do_not_end_it, damaged_state_is_not_fatal,
+                     closed_terminal_ends_it)

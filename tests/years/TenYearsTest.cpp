@@ -306,9 +306,9 @@ TEST_F(TenYearsTest, DaysGoWhenTheyAreTooOld) {
 
 // Size, then age, then a size of which the verdicts take more than the days.
 TEST_F(TenYearsTest, EachNewPolicyHolds) {
-  Live({{0, 0x100000, kNoAgeLimit, 0},
+  Live({{0, 0x60000, kNoAgeLimit, 0},
         {1200, 0x40000, kNoAgeLimit, 0},
-        {1800, 0x100000, 30, 0},
+        {1800, 0x60000, 30, 0},
         {2400, 0x880000, kNoAgeLimit, 0x840000},
         {3000, 0x880000, kNoAgeLimit, 0x860000},
         {3400, 0x880000, 3653, 0x880000}});

@@ -98,7 +98,7 @@ const char* TypeName(toml::node_type type) {
 
 // "1048576 bytes (1 MiB)".
 std::string Amount(u64 value, const std::string& unit) {
-  const std::string plain = std::to_string(value) + " " + unit;
+  std::string plain = std::to_string(value) + " " + unit;
   constexpr u64 kKibi = 1024;
   if (unit != "bytes" || value == 0 || value % kKibi != 0) {
     return plain;

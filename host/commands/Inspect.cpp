@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <cstring>
 #include <iostream>
 #include <memory>
 
@@ -23,7 +22,7 @@ struct Arguments {
 int Run(const Arguments& arguments) {
   Inspect::FileBytes bytes;
   if (!bytes.Open(arguments.file)) {
-    PrintError("cannot read " + arguments.file + ": " + std::strerror(errno));
+    PrintError("cannot read " + arguments.file + ": " + Inspect::WhyUnreadable(errno));
     return kFailed;
   }
   const Inspect::StoreReport report = Inspect::InspectStore(bytes);

@@ -7,6 +7,12 @@
 #include <cerrno>
 
 namespace Host::Inspect {
+namespace {
+
+// Of a pipe or a device; no open of a file gives it.
+constexpr int kNoRegularFile = ESPIPE;
+
+}  // namespace
 
 FileBytes::~FileBytes() {
   if (descriptor_ >= 0) {
@@ -21,7 +27,7 @@ bool FileBytes::Open(const std::string& path) {
     return false;
   }
   if (!S_ISREG(status.st_mode)) {
-    errno = S_ISDIR(status.st_mode) ? EISDIR : ESPIPE;
+    errno = S_ISDIR(status.st_mode) ? EISDIR : kNoRegularFile;
     return false;
   }
   size_ = static_cast<u64>(status.st_size);
@@ -43,6 +49,10 @@ bool FileBytes::Read(u64 position, void* to, u32 size) {
     size -= static_cast<u32>(done);
   }
   return true;
+}
+
+std::string WhyUnreadable(int error) {
+  return error == kNoRegularFile ? "it is not a regular file" : std::strerror(error);
 }
 
 }  // namespace Host::Inspect

@@ -43,7 +43,7 @@ class MemoryBytes final : public ByteSource {
 class FileBytes final : public ByteSource {
  public:
   ~FileBytes() override;
-  // False, with errno, when the file cannot be opened; a folder is no file.
+  // False, with errno, when the file cannot be opened; only a regular file is one.
   bool Open(const std::string& path);
   [[nodiscard]] u64 Size() const override { return size_; }
   bool Read(u64 position, void* to, u32 size) override;
@@ -52,5 +52,8 @@ class FileBytes final : public ByteSource {
   int descriptor_ = -1;
   u64 size_ = 0;
 };
+
+// What the errno of a failed FileBytes::Open means, for people.
+std::string WhyUnreadable(int error);
 
 }  // namespace Host::Inspect

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <thread>
 
@@ -134,7 +133,7 @@ FolderVerifier::Outcome FolderVerifier::Verify(const std::string& name, const st
     } else if (const int error = errno; error != ENOENT || attempt + 1 == kAttempts) {
       report = {};
       report.name = name;
-      report.problems.push_back({0, std::string("cannot be read: ") + std::strerror(error)});
+      report.problems.push_back({0, "cannot be read: " + Inspect::WhyUnreadable(error)});
       // A link that leads nowhere stays; a file that is not there again and again is being replaced, or gone.
       std::error_code ignored;
       return error != ENOENT || std::filesystem::is_symlink(path, ignored) ? Outcome::kRead : Outcome::kVanished;

@@ -118,7 +118,7 @@ TEST_F(FolderVerifierTest, FileThatCannotBeReadIsWrong) {
   ASSERT_EQ(symlink("nowhere", folder_.Path("1700092800.db").c_str()), 0);
   const auto entries = Run();
   EXPECT_EQ(entries.at("1699920000.db").report.problems.at(0).text, "cannot be read: Is a directory");
-  EXPECT_THAT(entries.at("1700006400.db").report.problems.at(0).text, HasSubstr("cannot be read: "));
+  EXPECT_EQ(entries.at("1700006400.db").report.problems.at(0).text, "cannot be read: it is not a regular file");
   EXPECT_EQ(entries.at("1700092800.db").report.problems.at(0).text, "cannot be read: No such file or directory");
   for (const auto& [name, entry] : entries) {
     EXPECT_TRUE(entry.IsWrong()) << name;

@@ -127,7 +127,7 @@ int Run(const Arguments& arguments) {
   const auto policy = Policy::LoadOrDefault(arguments.policy, error);
   if (!policy) {
     PrintError(error);
-    return kUsage;
+    return kFailed;
   }
   const auto local = arguments.local.empty() ? std::optional(Import::LocalNetworks::Usual())
                                              : Import::LocalNetworks::Parse(arguments.local, error);

@@ -180,16 +180,16 @@ TEST_F(ImportCommandTest, SummaryTellsTheRowsWhateverThePolicyKeeps) {
   EXPECT_EQ(rows[1]["ip"], "172.31.0.1");
 }
 
-TEST_F(ImportCommandTest, BadPolicyIsWrongUse) {
+TEST_F(ImportCommandTest, BadPolicyFailsBeforeAnythingIsMade) {
   const std::string log = folder_.Put("log", "");
   policy_ = "\nmax_db_siz = 5\n";
   ProgramResult result = Import({log});
-  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_EQ(result.exitCode, 1);
   EXPECT_THAT(result.err, HasSubstr(folder_.Path("policy.toml") + ":2: there is no setting \"max_db_siz\""));
   EXPECT_EQ(result.out, "");
   EXPECT_FALSE(std::filesystem::exists(folder_.Path("data")));
   result = RunNetdb({"import", "--data", folder_.Path("data"), "--policy", folder_.Path("missing"), log});
-  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_EQ(result.exitCode, 1);
   EXPECT_THAT(result.err, HasSubstr("cannot read the policy " + folder_.Path("missing")));
 }
 

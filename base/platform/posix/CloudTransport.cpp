@@ -2,6 +2,7 @@
 #include "platform/CloudTransport.h"
 
 #include <curl/curl.h>
+#include <openssl/ssl.h>
 
 #include <memory>
 #include <mutex>
@@ -84,6 +85,12 @@ bool SetAuthorities(CURL* handle, const char* file) {
   return Set(handle, CURLOPT_CAINFO, file) && Set(handle, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
 }
 
+// The library would write the keys of a connection into the file that an environment variable names.
+CURLcode WithoutKeyLog(CURL* /*handle*/, void* context, void* /*unused*/) {
+  SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
+  return CURLE_OK;
+}
+
 bool SetTarget(CURL* handle, const CloudRequest& request) {
   Utils::String url;
   return url.SetFormat("%s%s", request.endpoint, request.path) && Set(handle, CURLOPT_URL, url.text) &&
@@ -91,6 +98,7 @@ bool SetTarget(CURL* handle, const CloudRequest& request) {
          // Both, so that no environment variable is asked.
          Set(handle, CURLOPT_PROXY, request.proxy) && Set(handle, CURLOPT_NOPROXY, "") &&
          Set(handle, CURLOPT_SSL_VERIFYPEER, 1L) && Set(handle, CURLOPT_SSL_VERIFYHOST, 2L) &&
+         Set(handle, CURLOPT_SSL_CTX_FUNCTION, &WithoutKeyLog) &&
          (request.caFile[0] == '\0' || SetAuthorities(handle, request.caFile));
 }
 

@@ -110,21 +110,6 @@ TEST_F(CloudSecurityTest, KeysOfAConnectionGoToNoFile) {
   EXPECT_TRUE(none || size == 0);
 }
 
-// Whoever sets the variable would read the token out of a recorded conversation.
-TEST_F(CloudSecurityTest, SessionKeysAreNotWrittenWhereTheEnvironmentSays) {
-  const std::string keys = folder_ + "/keys";
-  ASSERT_EQ(setenv("SSLKEYLOGFILE", keys.c_str(), 1), 0);
-  const ServerIdentity identity = MakeIdentity(folder_, "127.0.0.1");
-  const ScriptedServer server(&Answer, &identity);
-  const std::string endpoint = Secure(server, "127.0.0.1");
-  EXPECT_TRUE(
-      QueryWith({.endpoint = endpoint.c_str(), .caFile = identity.certificatePath.c_str(), .bearerToken = kToken})
-          .successful);
-  std::error_code missing;
-  const std::uintmax_t size = std::filesystem::file_size(keys, missing);
-  EXPECT_TRUE(missing || size == 0) << size;
-}
-
 TEST_F(CloudSecurityTest, ProxiesOfTheEnvironmentAreNotUsed) {
   const ScriptedServer proxy(&Answer);
   const ScriptedServer server(&Answer);

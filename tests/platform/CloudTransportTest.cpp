@@ -64,6 +64,19 @@ TEST_F(CloudTransportTest, ReplyInPiecesIsOneText) {
   EXPECT_EQ(Query().texts, Lines{"[]"});
 }
 
+// Headers may follow the body, or come before the reply's own.
+TEST_F(CloudTransportTest, HeadersElsewhereAreNoEndOfTheReply) {
+  for (const char* reply :
+       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\n[]\r\n0\r\nX-Sum: 1\r\n\r\n",
+        "HTTP/1.1 103 Early Hints\r\nLink: </x>\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n[]"}) {
+    const ScriptedServer server(Answering(reply));
+    Ask(Endpoint(server));
+    const Outcome outcome = Query();
+    EXPECT_TRUE(outcome.successful) << outcome.reason;
+    EXPECT_EQ(outcome.texts, Lines{"[]"});
+  }
+}
+
 TEST_F(CloudTransportTest, OtherStatusIsAnAnswerWithoutTextsAndNoSuccess) {
   for (const char* status :
        {"500 Internal Server Error", "404 Not Found", "401 Unauthorized", "204 No Content", "201 Created"}) {
@@ -91,7 +104,10 @@ TEST_F(CloudTransportTest, RedirectIsNotFollowed) {
 }
 
 TEST_F(CloudTransportTest, ConnectionThatEndsEarlyIsAFailure) {
-  const std::vector<std::string> replies = {"", "HTTP/1.1 2", "HTTP/1.1 200 OK\r\nContent-Le",
+  const std::vector<std::string> replies = {"",
+                                            "HTTP/1.1 2",
+                                            "HTTP/1.1 200 OK\r\nContent-Le",
+                                            "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nX: y\r\n",
                                             "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n[{},",
                                             "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\n[{},\r\n"};
   for (const std::string& reply : replies) {

@@ -4,6 +4,7 @@
 #include <curl/curl.h>
 #include <openssl/ssl.h>
 
+#include <cstring>
 #include <memory>
 #include <mutex>
 
@@ -47,10 +48,16 @@ struct Body {
   bool headersEnded = false;
 };
 
-// An empty line ends the headers. Without it a connection that ended among them would pass for an empty reply.
+// An empty line ends the headers. Without it a connection that ended among them would pass for an empty reply. Headers
+// that follow the body begin with no status line and end with nothing here.
 std::size_t TakeHeader(const char* bytes, std::size_t size, std::size_t number, void* context) {
   const std::size_t length = size * number;
-  static_cast<Body*>(context)->headersEnded = length > 0 && (bytes[0] == '\r' || bytes[0] == '\n');
+  auto& body = *static_cast<Body*>(context);
+  if (length > 0 && (bytes[0] == '\r' || bytes[0] == '\n')) {
+    body.headersEnded = true;
+  } else if (length >= 5 && std::memcmp(bytes, "HTTP/", 5) == 0) {
+    body.headersEnded = false;
+  }
   return length;
 }
 

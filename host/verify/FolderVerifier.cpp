@@ -164,10 +164,13 @@ void FolderVerifier::VerifyNamed(const std::string& name, const Sink& sink) {
 
 void FolderVerifier::ExplainSave(FolderEntry& entry, const std::string& target) const {
   if (entry.kind == EntryKind::kLeftover) {
-    entry.report.notes.push_back(
-        entry.report.IsGood()
-            ? "a complete save that did not take the place of " + target + ", which is there; nothing reads it"
-            : "the rest of a save of " + target + " that was cut short, or one under way; nothing reads it");
+    std::string text = "the rest of a save of " + target + " that was cut short, or one under way; nothing reads it";
+    if (entry.report.IsGood()) {
+      text = "a complete save that did not take the place of " + target + ", which is there; nothing reads it";
+    } else if (entry.report.day && *entry.report.day != ReadDayName(target).day) {
+      text = "a save of " + DateOf(*entry.report.day) + " under the name of another day; nothing reads it";
+    }
+    entry.report.notes.push_back(text);
     return;
   }
   std::string text = "a complete save of " + (entry.report.day ? DateOf(*entry.report.day) : "the verdicts") +

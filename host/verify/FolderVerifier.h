@@ -25,10 +25,11 @@ struct FolderEntry {
   // say why it is no complete save.
   VerifyReport report;
 
-  // What is wrong with a leftover matters to nobody.
+  // What is wrong with a leftover matters to nobody. A day whose rows lie in a save alone is out of reach; verdicts
+  // that do are asked for again.
   [[nodiscard]] bool IsWrong() const {
-    return !report.IsGood() &&
-           (kind == EntryKind::kDay || kind == EntryKind::kFilteredDay || kind == EntryKind::kVerdicts);
+    const bool isRead = kind == EntryKind::kDay || kind == EntryKind::kFilteredDay || kind == EntryKind::kVerdicts;
+    return isRead ? !report.IsGood() : kind == EntryKind::kCompleteSave && report.day.has_value();
   }
 };
 

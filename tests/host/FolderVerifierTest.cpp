@@ -139,7 +139,7 @@ TEST_F(FolderVerifierTest, CompleteSaveWhoseFileIsMissingIsTold) {
   folder_.Put("1699920000.db.temp", DayBytes(kDay));
   const FolderEntry entry = Run().at("1699920000.db.temp");
   EXPECT_EQ(entry.kind, EntryKind::kCompleteSave);
-  EXPECT_FALSE(entry.IsWrong());
+  EXPECT_TRUE(entry.IsWrong()) << "nothing reads the rows of that day";
   EXPECT_EQ(entry.report.day, kDay);
   EXPECT_EQ(entry.report.rows, 4U);
   EXPECT_THAT(entry.report.notes, ElementsAre("a complete save of 2023-11-14 whose file is missing; to use it, stop "
@@ -168,6 +168,7 @@ TEST_F(FolderVerifierTest, SavesOfFilteredFilesAndOfVerdictsAreToldToo) {
   const auto entries = Run();
   EXPECT_THAT(entries.at("1699920000.db.f.temp").report.notes, ElementsAre(HasSubstr("rename it to 1699920000.db.f")));
   EXPECT_EQ(entries.at("cache.4.db.temp").kind, EntryKind::kCompleteSave);
+  EXPECT_FALSE(entries.at("cache.4.db.temp").IsWrong());
   EXPECT_THAT(entries.at("cache.4.db.temp").report.notes,
               ElementsAre("a complete save of the verdicts whose file is missing; to use it, stop what records and "
                           "rename it to cache.4.db"));
@@ -186,6 +187,8 @@ TEST_F(FolderVerifierTest, OtherSavesAreLeftovers) {
   EXPECT_THAT(
       entries.at("1700006400.db.temp").report.notes,
       ElementsAre("the rest of a save of 1700006400.db that was cut short, or one under way; nothing reads it"));
+  EXPECT_THAT(entries.at("1700092800.db.temp").report.notes,
+              ElementsAre("a save of 2023-11-14 under the name of another day; nothing reads it"));
   for (const char* name : {"1699920000.db.temp", "1700006400.db.temp", "1700092800.db.temp"}) {
     EXPECT_EQ(entries.at(name).kind, EntryKind::kLeftover) << name;
     EXPECT_FALSE(entries.at(name).IsWrong()) << name;

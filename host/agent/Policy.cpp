@@ -10,6 +10,7 @@
 
 #include "common/libryl_netdb/PolicyKeys.h"
 #include "common/libryl_netdb/Settings.h"
+#include "host/Descriptor.h"
 #include "host/agent/DataFolder.h"
 #include "host/agent/PolicyText.h"
 
@@ -51,23 +52,6 @@ const SettingInfo* FindKey(u32 key) {
   return nullptr;
 }
 
-// A file descriptor that closes itself.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) {
-      close(number_);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int Number() const { return number_; }
-
- private:
-  int number_;
-};
-
 // At most a byte more than a policy may have. False with a reason.
 bool ReadAll(int descriptor, std::string& text, std::string& reason) {
   char part[16384];
@@ -92,7 +76,7 @@ bool ReadRegularFile(const std::string& path, std::string& text, std::string& re
   // Without O_NONBLOCK the open of a pipe would wait for a writer.
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
-  if (file.Number() < 0 || fstat(file.Number(), &status) != 0) {
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
     reason = std::strerror(errno);
     return false;
   }
@@ -100,7 +84,7 @@ bool ReadRegularFile(const std::string& path, std::string& text, std::string& re
     reason = S_ISDIR(status.st_mode) ? "it is a folder" : "it is not a regular file";
     return false;
   }
-  return ReadAll(file.Number(), text, reason);
+  return ReadAll(file.Get(), text, reason);
 }
 
 // A link that leads nowhere is there, so that it is not passed over.

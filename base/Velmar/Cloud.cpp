@@ -59,10 +59,17 @@ bool IsHost(const char* authority, const char* host) {
   return std::strncmp(authority, host, length) == 0 && std::strchr(":/", authority[length]) != nullptr;
 }
 
+constexpr char kSecure[] = "https://";
+constexpr char kPlain[] = "http://";
+
+bool IsPlainLoopback(const char* url) {
+  const char* authority = url + sizeof(kPlain) - 1;
+  return StartsWith(url, kPlain) &&
+         (IsHost(authority, "127.0.0.1") || IsHost(authority, "localhost") || IsHost(authority, "[::1]"));
+}
+
 // In the clear a token and the addresses of a history go no further than this machine.
 bool IsUsableEndpoint(const char* endpoint) {
-  constexpr char kSecure[] = "https://";
-  constexpr char kPlain[] = "http://";
   for (const char* c = endpoint; *c != '\0'; ++c) {
     if (static_cast<u8>(*c) <= ' ' || static_cast<u8>(*c) >= 0x7F || std::strchr("?#@\\", *c) != nullptr) {
       return false;
@@ -71,9 +78,12 @@ bool IsUsableEndpoint(const char* endpoint) {
   if (StartsWith(endpoint, kSecure)) {
     return std::strchr("/:", endpoint[sizeof(kSecure) - 1]) == nullptr;
   }
-  const char* authority = endpoint + sizeof(kPlain) - 1;
-  return StartsWith(endpoint, kPlain) &&
-         (IsHost(authority, "127.0.0.1") || IsHost(authority, "localhost") || IsHost(authority, "[::1]"));
+  return IsPlainLoopback(endpoint);
+}
+
+// A request in the clear is one that a proxy reads.
+bool IsUsableProxy(const char* endpoint, const char* proxy) {
+  return proxy[0] == '\0' || !StartsWith(endpoint, kPlain) || IsPlainLoopback(proxy);
 }
 
 // A header's value: nothing that would end it.
@@ -119,7 +129,9 @@ bool Send(const char* path, Utils::TreeContainer& request, Response& response, u
 bool Configure(const Settings& settings) {
   const char* endpoint = OrEmpty(settings.endpoint);
   const char* token = OrEmpty(settings.bearerToken);
-  if ((endpoint[0] != '\0' && !IsUsableEndpoint(endpoint)) || !IsUsableToken(token)) {
+  const char* proxy = OrEmpty(settings.proxy);
+  if ((endpoint[0] != '\0' && !IsUsableEndpoint(endpoint)) || !IsUsableToken(token) ||
+      !IsUsableProxy(endpoint, proxy)) {
     return false;
   }
   Utils::String newEndpoint;
@@ -127,7 +139,7 @@ bool Configure(const Settings& settings) {
   Utils::String newToken;
   Utils::String newProxy;
   if (!newEndpoint.Set(endpoint) || !newCaFile.Set(OrEmpty(settings.caFile)) || !newToken.Set(token) ||
-      !newProxy.Set(OrEmpty(settings.proxy))) {
+      !newProxy.Set(proxy)) {
     return false;
   }
   while (newEndpoint.EndsWith('/', false)) {

@@ -20,12 +20,13 @@ struct Settings {
   const char* endpoint = nullptr;     // "https://HOST[:PORT][/PREFIX]"; "http://" for loopback hosts only. Empty: none
   const char* caFile = nullptr;       // certificate authorities, PEM; empty: those of the system
   const char* bearerToken = nullptr;  // sent as "Authorization: Bearer TOKEN"; never logged
-  const char* proxy = nullptr;        // URL; empty: none, whatever the environment says
+  // URL; empty: none, whatever the environment says. Beside an "http://" endpoint one that is on loopback hosts, too.
+  const char* proxy = nullptr;
   u32 maxReplyBytes = kDefaultMaxReplyBytes;
 };
 
-// Holds for the requests that begin later. False, with the old settings in force, for an endpoint or a token that
-// cannot be used and without memory. Without an endpoint every request fails, as it does on a machine without a
+// Holds for the requests that begin later. False, with the old settings in force, for an endpoint, a token or a proxy
+// that cannot be used and without memory. Without an endpoint every request fails, as it does on a machine without a
 // network. Thread-safe.
 RYL_API bool Configure(const Settings& settings);
 

@@ -140,6 +140,19 @@ TEST_F(CloudTest, PlainHttpStaysOnThisMachine) {
   }
 }
 
+// What is sent in the clear a proxy would read.
+TEST_F(CloudTest, PlainHttpGoesThroughNoOtherMachine) {
+  for (const char* proxy : {"http://proxy.example", "http://10.0.0.1:3128", "http://127.0.0.1.example", "proxy.example",
+                            "https://proxy.example", "socks5h://proxy.example", "http://127.0.0.1@proxy.example"}) {
+    EXPECT_FALSE(Configure({.endpoint = "http://127.0.0.1:80", .proxy = proxy})) << proxy;
+    EXPECT_TRUE(Configure({.endpoint = "https://cloud.example", .proxy = proxy})) << proxy;
+    EXPECT_TRUE(Configure({.proxy = proxy})) << proxy;
+  }
+  for (const char* proxy : {"", "http://127.0.0.1:3128", "http://localhost", "http://[::1]:3128/"}) {
+    EXPECT_TRUE(Configure({.endpoint = "http://127.0.0.1:80", .proxy = proxy})) << proxy;
+  }
+}
+
 TEST_F(CloudTest, WhatIsNoEndpointIsRefusedAndTheOldOneStays) {
   for (const char* endpoint :
        {"cloud.example", "ftp://cloud.example", "file:///etc/passwd", "https://", "https:///x", "https://:443",

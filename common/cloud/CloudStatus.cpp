@@ -52,11 +52,16 @@ bool CloudStatus<T>::CreateTrees() {
   constexpr u32 kNodes = 256;
   constexpr u32 kNodeGrowth = 32;
   constexpr u32 kChildren = 8;
+  // Those of an earlier opening may be in use by a job.
+  if (has_trees) {
+    return true;
+  }
   if (!request_tree.Create(kNodes, kNodeGrowth, false, kChildren) ||
       !response_tree.Create(kNodes, kNodeGrowth, false, kChildren)) {
     RYL_LOG(cloud, CloudTreesNotCreated);
     return false;
   }
+  has_trees = true;
   return true;
 }
 

@@ -102,6 +102,7 @@ class CloudStatus {
   // Made once, emptied for each batch.
   Velmar::Utils::TreeContainer request_tree;
   Velmar::Utils::TreeContainer response_tree;
+  bool has_trees = false;
   u64 last_request_time = 0;  // of the last answered request, epoch milliseconds
   std::atomic<u32> total_requests{0};
   std::atomic<u32> total_successful_requests{0};

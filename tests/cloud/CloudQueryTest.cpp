@@ -217,6 +217,9 @@ TYPED_TEST(CloudQueryTest, ARequestThatIsRefusedIsAFailure) {
   EXPECT_EQ(log.Lines(3), (Lines{"5 cloud.CloudRefused", "5 cloud.ResolveStopped"}));
   EXPECT_EQ(this->status.GetItemCount(), 0U);
   this->ExpectCounts(1, 0);
+  EXPECT_FALSE(this->Resolve(0, 2));
+  this->ExpectCounts(1, 0);
+  EXPECT_EQ(Sim::Sleeps(), std::vector<u32>{}) << "refusals are not paced";
 }
 
 TYPED_TEST(CloudQueryTest, AfterAFailedBatchTheRestIsNotRead) {

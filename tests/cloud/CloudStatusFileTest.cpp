@@ -157,9 +157,11 @@ TYPED_TEST(CloudStatusFileTest, SwitchToWhatIsThereTouchesNothing) {
   ASSERT_TRUE(status.Open(kFolder, true));
   ASSERT_TRUE(this->Learn(status, 2, true));
   const u64 operations = Sim::CountFileOperations();
+  const u64 allocations = Sim::CountAllocations();
   EXPECT_TRUE(status.SetPersistent(true));
   EXPECT_TRUE(status.Open(kFolder, true)) << "nor does a second opening but for the look at the folder";
   EXPECT_EQ(Sim::CountFileOperations(), operations + 1);
+  EXPECT_LE(Sim::CountAllocations(), allocations + 1) << "the path; the trees that a job may be using stay";
   EXPECT_EQ(status.GetItemCount(), 3U);
   ASSERT_TRUE(status.SetPersistent(false));
   ASSERT_TRUE(this->Learn(status, 2, true));

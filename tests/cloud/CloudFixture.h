@@ -37,7 +37,7 @@ class CloudTest : public testing::Test {
     EXPECT_TRUE(Velmar::OS::FileSystem::CreateDirectory(kFolder));
   }
 
-  static std::string File() { return std::string(kFolder) + (std::is_same_v<T, IPv4> ? "/cache.4.db" : "/cache.6.db"); }
+  static const char* File() { return std::is_same_v<T, IPv4> ? "/data/netdb/cache.4.db" : "/data/netdb/cache.6.db"; }
   static bool FileIsThere() {
     std::string content;
     return Sim::GetFile(File(), content);

@@ -94,6 +94,21 @@ TYPED_TEST(CloudStatusFileTest, PathWithoutMemoryIsAnError) {
   EXPECT_TRUE(status.Open(kFolder, true));
 }
 
+// Two trees, of nodes and of the root's children each.
+TYPED_TEST(CloudStatusFileTest, TreesWithoutMemoryAreAnError) {
+  for (u64 n = 0; n < 4; ++n) {
+    CloudStatus<TypeParam> status;
+    LogCapture log;
+    Sim::FailAllocation(n);
+    EXPECT_FALSE(status.Open(nullptr, false));
+    Sim::FailAllocation(~u64{0});
+    EXPECT_EQ(log.Lines(1), Lines{"5 cloud.CloudTreesNotCreated"}) << n;
+    this->ExpectKnowsNothing(status);
+    EXPECT_TRUE(status.Open(nullptr, false));
+    EXPECT_TRUE(this->Learn(status, 1, true));
+  }
+}
+
 TYPED_TEST(CloudStatusFileTest, PathThatTheStoreRefusesFailsAtOnce) {
   const std::string folder = "/" + std::string(185, 'd');
   ASSERT_TRUE(Velmar::OS::FileSystem::CreateDirectory(folder.c_str()));

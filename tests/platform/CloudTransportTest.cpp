@@ -218,7 +218,8 @@ TEST_F(CloudTransportTest, GigabyteIsRefusedAtTheLimit) {
   for (const auto& [head, piece] : forms) {
     std::atomic<u64> sent{0};
     {
-      const ScriptedServer server([&](Peer& peer) { sent = SentOfAGigabyte(peer, head, piece); });
+      const ScriptedServer server(
+          [&sent, &head = head, &piece = piece](Peer& peer) { sent = SentOfAGigabyte(peer, head, piece); });
       Ask(Endpoint(server));
       ExpectFailure(Query(), "the reply is larger than it may be");
     }

@@ -1,0 +1,2 @@
+// The program whose precompiled headers all test programs share.
+int main() {}

@@ -156,7 +156,8 @@ bool ConfigureCloud(const CloudSettings& settings, const std::string& source, st
                                  .bearerToken = token.c_str(),
                                  .proxy = text(CloudSetting::kProxy).c_str()})) {
     error = Fault(settings, source, CloudSetting::kEndpoint,
-                  "endpoint has to be https://HOST[:PORT][/PREFIX], or http:// and a loopback host");
+                  std::string("endpoint has to be https://HOST[:PORT][/PREFIX], or http:// and a loopback host") +
+                      (text(CloudSetting::kProxy).empty() ? "" : " with a proxy of the same sort, or none"));
     return false;
   }
   return true;

@@ -178,7 +178,7 @@ TEST_F(FolderVerifierTest, OtherSavesAreLeftovers) {
   const std::string whole = DayBytes(kDay);
   folder_.Put("1699920000.db", whole);
   folder_.Put("1699920000.db.temp", whole);
-  folder_.Put("1700006400.db.temp", whole.substr(0, whole.size() - 1));
+  folder_.Put("1700006400.db.temp", DayBytes(kDay + 86400).substr(0, whole.size() - 1));
   folder_.Put("1700092800.db.temp", whole);  // of another day
   const auto entries = Run();
   EXPECT_THAT(

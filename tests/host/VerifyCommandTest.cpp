@@ -68,21 +68,27 @@ TEST_F(VerifyCommandTest, DamagedVerdictsArePartial) {
   EXPECT_THAT(result.out, HasSubstr("\n    at 0: the file is too short for a header\n"));
 }
 
-TEST_F(VerifyCommandTest, ForeignFilesAndSavesAreNotedAndDone) {
+TEST_F(VerifyCommandTest, ForeignFilesAndLeftoversAreNotedAndDone) {
   const std::string bytes = TemporaryFolder::Get(folder_.Path("netdb/1699920000.db"));
-  std::filesystem::rename(folder_.Path("netdb/1699920000.db"), folder_.Path("netdb/1699920000.db.temp"));
-  folder_.Put("netdb/1700006400.db.temp", bytes.substr(0, 100));
+  folder_.Put("netdb/1699920000.db.temp", bytes.substr(0, 100));
   folder_.Put("netdb/a\x1B[31m", "x");
   const ProgramResult result = Run();
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.err, "");
-  EXPECT_THAT(result.out, testing::ContainsRegex("\n1699920000\\.db\\.temp +complete save +noted +2023-11-14 +2 +1 "));
-  EXPECT_THAT(result.out, HasSubstr("\n    note: a complete save of 2023-11-14 whose file is missing; to use it, stop "
-                                    "what records and rename it to 1699920000.db\n"));
-  EXPECT_THAT(result.out, testing::ContainsRegex("\n1700006400\\.db\\.temp +leftover +noted "));
-  EXPECT_THAT(result.out, HasSubstr("\n    note: the rest of a save of 1700006400.db that was cut short"));
+  EXPECT_THAT(result.out, testing::ContainsRegex("\n1699920000\\.db\\.temp +leftover +noted "));
+  EXPECT_THAT(result.out, HasSubstr("\n    note: the rest of a save of 1699920000.db that was cut short"));
   EXPECT_THAT(result.out, HasSubstr("\na\\x1B[31m "));
   EXPECT_THAT(result.out, HasSubstr("\n    note: not a file of ours\n"));
+}
+
+TEST_F(VerifyCommandTest, DayThatLiesInASaveAloneIsPartial) {
+  std::filesystem::rename(folder_.Path("netdb/1699920000.db"), folder_.Path("netdb/1699920000.db.temp"));
+  const ProgramResult result = Run();
+  EXPECT_EQ(result.exitCode, 3);
+  EXPECT_EQ(result.err, "netdb: 1 of 2 files are wrong\n");
+  EXPECT_THAT(result.out, testing::ContainsRegex("\n1699920000\\.db\\.temp +complete save +wrong +2023-11-14 +2 +1 "));
+  EXPECT_THAT(result.out, HasSubstr("\n    note: a complete save of 2023-11-14 whose file is missing; to use it, stop "
+                                    "what records and rename it to 1699920000.db\n"));
 }
 
 TEST_F(VerifyCommandTest, JsonIsOneListAndJsonLinesAreOneObjectEach) {

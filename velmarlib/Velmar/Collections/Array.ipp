@@ -23,11 +23,15 @@ template <class T>
 inline constexpr bool kMovesSafely = kPlainBytes<T> ||
                                      (std::is_nothrow_move_constructible_v<T> && std::is_nothrow_move_assignable_v<T>);
 
+// Elements may be pointers.
+template <class T>
+inline constexpr std::size_t kElementBytes = sizeof(T);  // NOLINT(bugprone-sizeof-expression)
+
 // `capacity` default elements; null when there is no memory.
 template <class T>
 T* Allocate(u32 capacity) {
   static_assert(alignof(T) <= alignof(std::max_align_t), "module memory is aligned for ordinary objects only");
-  void* memory = ModuleAllocate(std::size_t{capacity} * sizeof(T));
+  void* memory = ModuleAllocate(std::size_t{capacity} * kElementBytes<T>);
   if (memory == nullptr) {
     return nullptr;
   }
@@ -53,7 +57,7 @@ template <class T>
 bool Transfer(T* to, T* from, u32 number) {
   if constexpr (kPlainBytes<T>) {
     if (number != 0) {
-      std::memcpy(static_cast<void*>(to), from, std::size_t{number} * sizeof(T));
+      std::memcpy(static_cast<void*>(to), from, std::size_t{number} * kElementBytes<T>);
     }
   } else {
     for (u32 i = 0; i < number; ++i) {
@@ -72,7 +76,7 @@ template <class T>
 void RotateUp(T* elements, u32 number) {
   T last = std::move(elements[number]);
   if constexpr (kPlainBytes<T>) {
-    std::memmove(static_cast<void*>(elements + 1), elements, std::size_t{number} * sizeof(T));
+    std::memmove(static_cast<void*>(elements + 1), elements, std::size_t{number} * kElementBytes<T>);
   } else {
     for (u32 i = number; i > 0; --i) {
       elements[i] = std::move(elements[i - 1]);
@@ -85,7 +89,7 @@ void RotateUp(T* elements, u32 number) {
 template <class T>
 void MoveDown(T* elements, u32 number) {
   if constexpr (kPlainBytes<T>) {
-    std::memmove(static_cast<void*>(elements), elements + 1, std::size_t{number} * sizeof(T));
+    std::memmove(static_cast<void*>(elements), elements + 1, std::size_t{number} * kElementBytes<T>);
   } else {
     for (u32 i = 0; i < number; ++i) {
       elements[i] = std::move(elements[i + 1]);

@@ -35,13 +35,13 @@ class CloudTransportTest : public testing::Test {
     ASSERT_TRUE(Velmar::Cloud::Configure({.endpoint = endpoint.c_str(), .maxReplyBytes = maxReplyBytes}));
   }
 
-  // Posts [{"ip":"203.0.113.1"}] to /batch.
-  Outcome Query(Velmar::u32 timeoutMs = kAmpleMs) {
+  // Posts [{"ip":"203.0.113.1"}], or another text in its place, to /batch.
+  Outcome Query(Velmar::u32 timeoutMs = kAmpleMs, const std::string& text = "203.0.113.1") {
     Velmar::Utils::TreeContainer tree;
     EXPECT_TRUE(tree.Create(16, 16, false, 8));
     EXPECT_TRUE(tree.Reset(false, 8));
     const Velmar::u32 entry = tree.AddDictionary(Velmar::Utils::TreeContainer::kRoot, "", 8, false);
-    EXPECT_NE(tree.AddString(entry, "ip", "203.0.113.1", Velmar::kNone, false), Velmar::Utils::TreeContainer::kError);
+    EXPECT_NE(tree.AddString(entry, "ip", text.c_str(), Velmar::kNone, false), Velmar::Utils::TreeContainer::kError);
     Outcome outcome;
     Velmar::Cloud::Response response;
     log_.Clear();

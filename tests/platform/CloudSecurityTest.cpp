@@ -1,4 +1,5 @@
 // Whom requests trust, what they give away, and what they take from the environment.
+#include <signal.h>
 #include <stdlib.h>
 
 #include <filesystem>
@@ -80,6 +81,21 @@ TEST_F(CloudSecurityTest, NameThatIsNotTheCertificatesIsRefused) {
     ExpectFailure(QueryWith({.endpoint = endpoint.c_str(), .caFile = identity.certificatePath.c_str()}), "");
   }
   EXPECT_THAT(server.Requests(), testing::Each(""));
+}
+
+TEST_F(CloudSecurityTest, ServerThatLeavesAmidARequestEndsTheRequestAlone) {
+  const ServerIdentity identity = MakeIdentity(folder_, "127.0.0.1");
+  const ScriptedServer server([](Peer&) {}, &identity);
+  const std::string endpoint = Secure(server, "127.0.0.1");
+  ASSERT_TRUE(Velmar::Cloud::Configure({.endpoint = endpoint.c_str(), .caFile = identity.certificatePath.c_str()}));
+  const std::string large(20 << 20, 'x');  // more than the buffers of a connection hold
+  ExpectFailure(Query(kAmpleMs, large), "");
+  sigset_t pending;
+  ASSERT_EQ(sigpending(&pending), 0);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+  sigset_t mask;
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, nullptr, &mask), 0);
+  EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
 }
 
 TEST_F(CloudSecurityTest, ServerInTheClearIsNoSecureOne) {

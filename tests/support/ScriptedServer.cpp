@@ -9,6 +9,8 @@
 
 #include <cstdlib>
 
+#include "platform/posix/BrokenPipeGuard.h"
+
 namespace {
 
 class PlainPeer final : public Peer {
@@ -133,6 +135,7 @@ int ScriptedServer::Connections() const {
 }
 
 void ScriptedServer::Serve() {
+  const Velmar::Platform::BrokenPipeGuard guard;  // clients leave when they like
   for (int descriptor = -1; (descriptor = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(descriptor)) {
     {
       const std::lock_guard<std::mutex> lock(mutex_);

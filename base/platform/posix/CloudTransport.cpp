@@ -8,8 +8,6 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/posix/BrokenPipeGuard.h"
-
 namespace Velmar::Platform {
 namespace {
 
@@ -124,7 +122,6 @@ bool SetTransfer(CURL* handle, const CloudRequest& request, const HeaderList& he
 }  // namespace
 
 bool SendToCloud(const CloudRequest& request, Cloud::Response& response, u32& status, Utils::String& reason) {
-  const BrokenPipeGuard guard;  // TLS writes as to a file, the farewell of `handle` included
   const Handle handle(InitialiseOnce() ? curl_easy_init() : nullptr);
   HeaderList headers;
   Body body{.text = {}, .limit = request.maxReplyBytes};

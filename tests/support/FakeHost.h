@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <functional>
+#include <list>
 #include <map>
 #include <mutex>
 #include <string>
@@ -122,7 +123,14 @@ class FakeHost : public RYL::Module::ModuleHost {
   void* CreateThread(Velmar::u32 moduleNumber, void (*entry)(void*), void* context, const char* label) override {
     const std::lock_guard<std::mutex> lock(mutex_);
     threads_.push_back({moduleNumber, label});
-    return givesThreads ? Velmar::OS::Threading::StartThread(entry, context, label) : nullptr;
+    if (!givesThreads) {
+      return nullptr;
+    }
+    bodies_.push_back({this, entry, context});
+    ++running_;
+    void* thread = Velmar::OS::Threading::StartThread(&FakeHost::RunBody, &bodies_.back(), label);
+    running_ -= thread == nullptr ? 1 : 0;
+    return thread;
   }
 
   // Threads asked for so far.
@@ -130,8 +138,28 @@ class FakeHost : public RYL::Module::ModuleHost {
     const std::lock_guard<std::mutex> lock(mutex_);
     return threads_;
   }
+  // Threads whose entry has not come to its end.
+  int RunningThreads() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return running_;
+  }
 
  private:
+  struct Body {
+    FakeHost* host;
+    void (*entry)(void*);
+    void* context;
+  };
+
+  static void RunBody(void* context) {
+    const Body& body = *static_cast<Body*>(context);
+    body.entry(body.context);
+    const std::lock_guard<std::mutex> lock(body.host->mutex_);
+    --body.host->running_;
+  }
+
   mutable std::mutex mutex_;
   std::vector<Thread> threads_;
+  std::list<Body> bodies_;  // a list, so that each stays where it is
+  int running_ = 0;
 };

@@ -5,7 +5,6 @@
 #include <iostream>
 #include <memory>
 
-#include "Velmar/OS/FileSystem.h"
 #include "Velmar/OS/Time.h"
 #include "host/agent/DataFolder.h"
 #include "host/agent/Policy.h"
@@ -271,9 +270,8 @@ int Run(const Arguments& arguments) {
     PrintError("--file: \"" + arguments.file + "\" is neither a date nor the name of a day's file");
     return kUsage;
   }
-  const std::string folder = DatabaseFolder(arguments.dataFolder);
-  if (arguments.dataFolder.empty() || !Velmar::OS::FileSystem::DirectoryExists(folder.c_str(), false)) {
-    PrintError("there is no history: the folder " + folder + " does not exist");
+  if (!HasHistory(arguments.dataFolder, error)) {
+    PrintError(error);
     return kFailed;
   }
   if (!MayAsk(*policy)) {
@@ -284,7 +282,7 @@ int Run(const Arguments& arguments) {
     PrintError(error);
     return kFailed;
   }
-  return FilterFolder(folder, arguments, *policy, wanted);
+  return FilterFolder(DatabaseFolder(arguments.dataFolder), arguments, *policy, wanted);
 }
 
 }  // namespace

@@ -189,6 +189,15 @@ TEST_F(FilterCommandTest, WrongUseIsTold) {
   }
 }
 
+TEST_F(FilterCommandTest, BadPolicyIsToldWithItsLine) {
+  PutTwoDays();
+  PutPolicy("http://203.0.113.1");  // in the clear, to another machine
+  const ProgramResult result = Filter();
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, HasSubstr(": endpoint has to be https://"));
+}
+
 TEST_F(FilterCommandTest, AbsentCloudStopsAtTheFirstDayAndLosesNothing) {
   PutTwoDays();
   for (const std::string& endpoint : {"http://127.0.0.1:" + std::to_string(UnusedPort()), std::string()}) {

@@ -14,8 +14,10 @@ FLOORS = {
     "common/cloud": 3,
     "common/netdb_storage": 4,
     "common/cloud/filter_job": 5,
-    "common/libryl_netdb": 6,
-    "host": 7,
+    "osquery/netdb_osquery_schema": 5,
+    "osquery/osquery": 6,
+    "common/libryl_netdb": 7,
+    "host": 8,
 }
 # These see every floor, and no floor sees them.
 OUTSIDE = ("tests", "bench", "fuzz", "docs", "demo")

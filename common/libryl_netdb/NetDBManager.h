@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "RYL/Comm/INetDBQuery.h"
+#include "RYL/Events/Records.h"
 #include "RYL/Module/EventLookup.h"
 #include "RYL/Module/FileHashService.h"
 #include "RYL/Module/Interface.h"
@@ -70,6 +71,12 @@ class NetDBManager final : public Interface, public Comm::Interfaces::INetDBQuer
   void StopWorker();
   void ForgetHost();
   static void WorkerThread(void* context);
+
+  // Answers a history question by an event of its own. True after a reply was sent and for a reversed range.
+  bool HandleQuery(const Events::Objects::NetDbQuery* event, Events::ExternalData* external);
+  // Answers a query of the table edr_netdb, into `external` or by an event of its own. True when the reply was
+  // delivered, also one with an error code, and when the table is another.
+  bool HandleOSQuery(const Events::Objects::StorageTableQuery* event, Events::ExternalData* external);
 
   // The record of a connection, whose type is known to be one.
   bool HandleConnection(const EventReader& reader, EventKind kind);

@@ -17,10 +17,6 @@ constexpr KnownName kNames[ProtocolTable::kKnownNames] = {
     {"telnet", 0x0008}, {"wmi", 0x0080},  {"rpc", 0x0100},
 };
 
-// By bit. No event name leads to "ICMP" and "UDP".
-constexpr const char* kDisplayNames[] = {"HTTP", "SMB", "FTP", "Telnet", "RDP", "SSH",
-                                         "SSL",  "WMI", "RPC", "ICMP",   "UDP", "TCP"};
-
 constexpr u32 kFirstMultiplier = 63689;
 constexpr u32 kMultiplierFactor = 378551;
 constexpr u32 kCaseDistance = 'a' - 'A';
@@ -98,19 +94,6 @@ u32 ProtocolTable::LowerBound(u32 hash) const {
     }
   }
   return low;
-}
-
-bool ProtocolsToString(u32 mask, Velmar::Utils::String& out) {
-  out.Clear();
-  u32 bit = 1;
-  for (const char* name : kDisplayNames) {
-    if ((mask & bit) != 0 && !out.AddFormat("%s,", name)) {
-      RYL_LOG(ryl_netdb, ProtocolsNotWritten, mask);
-      return false;
-    }
-    bit <<= 1;
-  }
-  return out.length == 0 || out.Truncate(out.length - 1);
 }
 
 }  // namespace RYL::NetDB

@@ -1,4 +1,4 @@
-// ProtocolTable: from the protocol names of events to the protocol bits of rows, and from bits to display names.
+// ProtocolTable: from the protocol names of events to the protocol bits of rows.
 #pragma once
 
 #include "Velmar/Collections/Array.h"
@@ -40,9 +40,5 @@ class ProtocolTable {
   bool created = false;
   bool caseFold = false;
 };
-
-// Comma-separated display names of the twelve defined bits, from bit 0 up; higher bits are ignored. False (level 5) on
-// exhaustion.
-bool ProtocolsToString(u32 mask, Velmar::Utils::String& out);
 
 }  // namespace RYL::NetDB

@@ -54,6 +54,9 @@ std::vector<LogText> SortedRows() {
 #define MESSAGE(name, level, arguments, text) MESSAGE_OF("netdb_storage", name, level, arguments, text)
 #include "common/netdb_storage/Messages.def"
 #undef MESSAGE
+#define MESSAGE(name, level, arguments, text) MESSAGE_OF("osquery", name, level, arguments, text)
+#include "osquery/osquery/Messages.def"
+#undef MESSAGE
 #define MESSAGE(name, level, arguments, text) MESSAGE_OF("ryl_netdb", name, level, arguments, text)
 #include "common/libryl_netdb/Messages.def"
 #undef MESSAGE

@@ -91,7 +91,8 @@ std::vector<std::string> TextsOf(const std::string& path) {
 }
 
 TEST(ModuleBinary, HoldsNoMessageText) {
-  for (const char* folder : {"base", "velmarlib", "common/cloud", "common/netdb_storage", "common/libryl_netdb"}) {
+  for (const char* folder :
+       {"base", "velmarlib", "common/cloud", "common/netdb_storage", "osquery/osquery", "common/libryl_netdb"}) {
     const auto texts = TextsOf(std::string(RYL_SOURCE_DIR) + "/" + folder + "/Messages.def");
     EXPECT_FALSE(texts.empty()) << folder;
     for (const std::string& module : kModules) {

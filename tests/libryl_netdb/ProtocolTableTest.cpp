@@ -124,30 +124,5 @@ TEST_F(ProtocolTableTest, HashTakesBytesAsSigned) {
   EXPECT_EQ(table.HashProtocolName("\xFF\x80"), 0x62F5B1D1U);
 }
 
-TEST(ProtocolsToString, NamesTheTwelveBitsInOrder) {
-  Velmar::Utils::String text("old", true);
-  EXPECT_TRUE(NetDB::ProtocolsToString(0xFFFFFFFF, text));
-  EXPECT_STREQ(text.text, "HTTP,SMB,FTP,Telnet,RDP,SSH,SSL,WMI,RPC,ICMP,UDP,TCP");
-  EXPECT_TRUE(NetDB::ProtocolsToString(0x0801, text));
-  EXPECT_STREQ(text.text, "HTTP,TCP");
-  EXPECT_TRUE(NetDB::ProtocolsToString(0x0200, text));
-  EXPECT_STREQ(text.text, "ICMP");
-}
-
-TEST(ProtocolsToString, NoDefinedBitGivesEmptyText) {
-  Velmar::Utils::String text("old", true);
-  EXPECT_TRUE(NetDB::ProtocolsToString(0xFFFFF000, text));
-  EXPECT_STREQ(text.text, "");
-}
-
-TEST(ProtocolsToString, FailedAppendIsLogged) {
-  LogCapture log;
-  char area[6];
-  Velmar::Utils::String text;
-  ASSERT_TRUE(text.Create(area, sizeof(area), true, false));
-  EXPECT_FALSE(NetDB::ProtocolsToString(0x3, text));
-  EXPECT_EQ(log.Lines(), std::vector<std::string>{"5 ryl_netdb.ProtocolsNotWritten"});
-}
-
 }  // namespace
 }  // namespace RYL::NetDB

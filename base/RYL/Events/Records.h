@@ -8,6 +8,12 @@ namespace RYL::Events {
 
 inline constexpr u32 kEventTypeMask = 0x3FF;
 
+namespace Objects {
+// What a pointer to such a record points at.
+struct NetDbQuery;
+struct StorageTableQuery;
+}  // namespace Objects
+
 // Event types. All from kTraffic up, but kTableQuery, share the layout of ConnectionEvent.
 inline constexpr u32 kNetDbQuery = 68;
 inline constexpr u32 kTraffic = 70;
@@ -43,5 +49,24 @@ inline constexpr u32 kProcessPuid = 28;   // u64
 inline constexpr u32 kProcessPid = 36;    // u32
 inline constexpr u32 kProcessPath = 161;  // NUL-terminated
 }  // namespace ProcessEvent
+
+// Offsets of a NetDbQuery.
+namespace QueryEvent {
+inline constexpr u32 kHeader = 0;               // u32, type in the low 10 bits
+inline constexpr u32 kStartTime = 0x14;         // u64, epoch seconds, included
+inline constexpr u32 kEndTime = 0x1C;           // u64, epoch seconds, included
+inline constexpr u32 kValueTableOffset = 0x24;  // u16, where the table of u16 offsets of the value texts is
+inline constexpr u32 kValueCount = 0x26;        // u16
+inline constexpr u32 kKind = 0x28;              // NUL-terminated; table and values stand behind
+}  // namespace QueryEvent
+
+// Offsets of a StorageTableQuery.
+namespace TableQueryEvent {
+inline constexpr u32 kHeader = 0;                // u32, type in the low 10 bits
+inline constexpr u32 kReplyAsEvent = 0x0C;       // u8; 0: the reply goes to ExternalData
+inline constexpr u32 kColumnsOffset = 0x0D;      // u16, where the NUL-terminated column list is; 0: no text
+inline constexpr u32 kConstraintsOffset = 0x0F;  // u16, where the NUL-terminated JSON text is; 0: no text
+inline constexpr u32 kTableName = 0x15;          // NUL-terminated; the texts stand behind
+}  // namespace TableQueryEvent
 
 }  // namespace RYL::Events

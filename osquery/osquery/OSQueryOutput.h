@@ -62,6 +62,10 @@ class OSQueryOutput {
   bool NextMessage(u32& offset, const u8*& message, u32& size) const;
 
  private:
+  // kNoError with the row in the buffer, or what went wrong, with a part of it there. May throw.
+  QueryError AppendRow(const QueryRecord& record);
+  bool AppendJson(Velmar::Utils::String& out);
+
   Events::ExternalData* external_;
   Velmar::Collections::Buffer buffer_;
   alignas(8) char arenaBlock_[kArenaBlockSize];

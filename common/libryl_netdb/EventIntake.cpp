@@ -34,7 +34,7 @@ void LogMissingAddress(const EventReader& reader, EventKind kind) {
 
 }  // namespace
 
-bool NetDBManager::HandleEvent(const void* event, Events::ExternalData* /*external*/) {
+bool NetDBManager::HandleEvent(const void* event, Events::ExternalData* external) {
   if (event == nullptr) {
     RYL_LOG(ryl_netdb, NullEvent);
     return false;
@@ -46,7 +46,10 @@ bool NetDBManager::HandleEvent(const void* event, Events::ExternalData* /*extern
     return true;
   }
   const EventKind kind = ClassifyEvent(type);
-  if (kind == EventKind::kNetDbQuery || kind == EventKind::kTableQuery) {
+  if (kind == EventKind::kNetDbQuery) {
+    return HandleQuery(static_cast<const Events::Objects::NetDbQuery*>(event), external);
+  }
+  if (kind == EventKind::kTableQuery) {
     RYL_LOG(ryl_netdb, QueryTypeRefused, type);
     return false;
   }

@@ -69,15 +69,16 @@ bool NetDBManager::CreateProtocolTable() {
 }
 
 bool NetDBManager::Start() {
-  if (host == nullptr) {
+  ModuleHost* const moduleHost = host.load();
+  if (moduleHost == nullptr) {
     RYL_LOG(ryl_netdb, StartWithoutHost);
     return false;
   }
-  file_hash_service = static_cast<FileHashService*>(host->GetInterface(kFileHashServiceNumber));
+  file_hash_service = static_cast<FileHashService*>(moduleHost->GetInterface(kFileHashServiceNumber));
   if (file_hash_service == nullptr) {
     RYL_LOG(ryl_netdb, NoFileHashService);
   }
-  event_lookup = static_cast<EventLookup*>(host->GetInterface(kEventLookupServiceNumber));
+  event_lookup = static_cast<EventLookup*>(moduleHost->GetInterface(kEventLookupServiceNumber));
   if (event_lookup == nullptr) {
     RYL_LOG(ryl_netdb, NoEventLookup);
   }
@@ -128,6 +129,13 @@ void NetDBManager::GetSubscribedEvents(SubscribedEvents& out) {
 
 void* NetDBManager::QueryInterface(i32 id) {
   return id == Comm::Interfaces::kNetDBQueryInterface ? static_cast<Comm::Interfaces::INetDBQuery*>(this) : nullptr;
+}
+
+bool NetDBManager::Dispatch(Velmar::Utils::TreeContainer& reply) {
+  constexpr u32 kReplyKind = 8;
+  ModuleHost* const moduleHost = host.load();
+  Events::EventSender* const sender = moduleHost == nullptr ? nullptr : moduleHost->GetEventSender();
+  return sender != nullptr && sender->Dispatch(kReplyKind, &reply, 0, 0, 0);
 }
 
 bool NetDBManager::Iterate(bool (*callback)(const Record& record, void* context), void* context, u64 from, u64 to) {

@@ -77,6 +77,9 @@ class NetDBManager final : public Interface, public Comm::Interfaces::INetDBQuer
   // Answers a query of the table edr_netdb, into `external` or by an event of its own. True when the reply was
   // delivered, also one with an error code, and when the table is another.
   bool HandleOSQuery(const Events::Objects::StorageTableQuery* event, Events::ExternalData* external);
+  // Sends a query's reply through the host. False, without a record, when there is no host or sender and when the
+  // sender refuses.
+  bool Dispatch(Velmar::Utils::TreeContainer& reply);
 
   // The record of a connection, whose type is known to be one.
   bool HandleConnection(const EventReader& reader, EventKind kind);
@@ -88,7 +91,8 @@ class NetDBManager final : public Interface, public Comm::Interfaces::INetDBQuer
   bool AddCloudRequests(const Velmar::Collections::Array<Velmar::Utils::TreeContainer>& history,
                         Velmar::Utils::TreeContainer& report);
 
-  ModuleHost* host = nullptr;
+  // Stop clears it, possibly beside a query.
+  std::atomic<ModuleHost*> host{nullptr};
   EventLookup* event_lookup = nullptr;
   FileHashService* file_hash_service = nullptr;
   Settings settings;

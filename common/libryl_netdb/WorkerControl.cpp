@@ -70,7 +70,8 @@ bool NetDBManager::CreateWorker() {
     RYL_LOG(ryl_netdb, WakeEventNotCreated);
     return false;
   }
-  if (host == nullptr) {
+  ModuleHost* const moduleHost = host.load();
+  if (moduleHost == nullptr) {
     RYL_LOG(ryl_netdb, WorkerWithoutHost);
     return false;
   }
@@ -78,7 +79,7 @@ bool NetDBManager::CreateWorker() {
     RYL_LOG(ryl_netdb, WorkerPathNotCopied);
     return false;
   }
-  worker_thread = host->CreateThread(Velmar::kModuleNumber, &NetDBManager::WorkerThread, this, "worker");
+  worker_thread = moduleHost->CreateThread(Velmar::kModuleNumber, &NetDBManager::WorkerThread, this, "worker");
   if (!Threading::IsValidThreadHandle(worker_thread)) {
     RYL_LOG(ryl_netdb, WorkerThreadNotCreated);
     return false;

@@ -8,30 +8,27 @@
 
 namespace Host::Commands {
 
-void AddDataOption(CLI::App& command, std::string& dataFolder) {
+void AddDataOption(Options options, std::string& dataFolder) {
   dataFolder = DefaultDataFolder();
   // A script whose variable is not set must not be given the root folder.
   const auto hasName = [](const std::string& folder) {
     return folder.empty() ? "the data folder has no name" : std::string();
   };
-  command.add_option("--data", dataFolder, "Folder of the history")
-      ->type_name("DIR")
-      ->capture_default_str()
-      ->check(CLI::Validator(hasName, ""));
+  options.Text("--data", dataFolder, "Folder of the history").Named("DIR").ShowDefault().Check(hasName);
 }
 
-void AddPolicyOption(CLI::App& command, std::string& path) {
-  command.add_option("--policy", path, "Policy document (TOML); else " + Policy::DefaultPath() + " if it is there")
-      ->type_name("FILE");
+void AddPolicyOption(Options options, std::string& path) {
+  options.Text("--policy", path, "Policy document (TOML); else " + Policy::DefaultPath() + " if it is there")
+      .Named("FILE");
 }
 
-Command AddRun(CLI::App& program) {
-  const auto options = std::make_shared<RunOptions>();
-  CLI::App* app = program.add_subcommand("run", "Record this machine's connections until SIGINT or SIGTERM");
-  AddDataOption(*app, options->dataFolder);
-  AddPolicyOption(*app, options->policyPath);
+Command AddRun(Program& program) {
+  const auto arguments = std::make_shared<RunOptions>();
+  Options options = program.AddCommand("run", "Record this machine's connections until SIGINT or SIGTERM");
+  AddDataOption(options, arguments->dataFolder);
+  AddPolicyOption(options, arguments->policyPath);
   return {
-      app, [options] { return RunCommand(*options); },
+      options.Name(), [arguments] { return RunCommand(*arguments); },
       "  sudo netdb run                  all processes of this machine\n"
       "  netdb run --data /tmp/history   those of this user, into a folder of its own\n"
       "  netdb run --policy netdb.toml   with the settings of that document\n"

@@ -1,36 +1,37 @@
 // Command: what a subcommand of the program offers to main.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
+
+#include "host/commands/CommandLine.h"
 
 namespace Host::Commands {
 
 enum ExitCode : int { kDone = 0, kFailed = 1, kUsage = 2, kPartial = 3 };
 
 struct Command {
-  CLI::App* app = nullptr;
+  std::string name;
   std::function<int()> run;  // after a successful parse; gives the exit code
   std::string examples;      // for `netdb help`
 };
 
 // Each adds its subcommand to `program`, which must outlive the result.
-Command AddImport(CLI::App& program);
-Command AddQuery(CLI::App& program);
-Command AddInspect(CLI::App& program);
-Command AddVerify(CLI::App& program);
-Command AddPurge(CLI::App& program);
-Command AddFilter(CLI::App& program);
-Command AddRun(CLI::App& program);
-Command AddStatus(CLI::App& program);
-Command AddPolicy(CLI::App& program);
-Command AddReload(CLI::App& program);
-Command AddReputation(CLI::App& program);
+Command AddImport(Program& program);
+Command AddQuery(Program& program);
+Command AddInspect(Program& program);
+Command AddVerify(Program& program);
+Command AddPurge(Program& program);
+Command AddFilter(Program& program);
+Command AddRun(Program& program);
+Command AddStatus(Program& program);
+Command AddPolicy(Program& program);
+Command AddReload(Program& program);
+Command AddReputation(Program& program);
 
 // `--data DIR` with its default.
-void AddDataOption(CLI::App& command, std::string& dataFolder);
+void AddDataOption(Options options, std::string& dataFolder);
 // `--policy FILE`; `path` stays empty without it.
-void AddPolicyOption(CLI::App& command, std::string& path);
+void AddPolicyOption(Options options, std::string& path);
 
 }  // namespace Host::Commands

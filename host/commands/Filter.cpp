@@ -287,16 +287,14 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-Command AddFilter(CLI::App& program) {
+Command AddFilter(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("filter", "Remove what went to harmless addresses from the finished days");
-  AddDataOption(*app, arguments->dataFolder);
-  AddPolicyOption(*app, arguments->policy);
-  app->add_option("--file", arguments->file, "That day alone: a date, or the name of its file")->type_name("DAY");
-  app->add_option("--format", arguments->format, "How the outcome is printed")
-      ->check(CLI::IsMember({"table", "json"}))
-      ->capture_default_str();
-  return {app, [arguments] { return Run(*arguments); }, kExamples};
+  Options options = program.AddCommand("filter", "Remove what went to harmless addresses from the finished days");
+  AddDataOption(options, arguments->dataFolder);
+  AddPolicyOption(options, arguments->policy);
+  options.Text("--file", arguments->file, "That day alone: a date, or the name of its file").Named("DAY");
+  options.Text("--format", arguments->format, "How the outcome is printed").OneOf({"table", "json"}).ShowDefault();
+  return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }
 
 }  // namespace Host::Commands

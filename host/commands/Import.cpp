@@ -140,19 +140,19 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-Command AddImport(CLI::App& program) {
+Command AddImport(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("import", "Store the connections of recorded logs");
-  AddDataOption(*app, arguments->dataFolder);
-  AddPolicyOption(*app, arguments->policy);
-  app->add_option("--from", arguments->form, "Form of the files; recognised unless given")
-      ->check(CLI::IsMember({"zeek", "sysmon", "jsonl"}));
-  app->add_option("--local", arguments->local,
-                  "Addresses and networks of the local side, separated by commas; the private, loopback and link-local "
-                  "ones unless given");
-  app->add_flag("--json", arguments->json, "Print the summary as one JSON object");
-  app->add_option("FILE", arguments->files, "Logs, plain or gzip-compressed; - is standard input")->required();
-  return {app, [arguments] { return Run(*arguments); }, kExamples};
+  Options options = program.AddCommand("import", "Store the connections of recorded logs");
+  AddDataOption(options, arguments->dataFolder);
+  AddPolicyOption(options, arguments->policy);
+  options.Text("--from", arguments->form, "Form of the files; recognised unless given")
+      .OneOf({"zeek", "sysmon", "jsonl"});
+  options.Text("--local", arguments->local,
+               "Addresses and networks of the local side, separated by commas; the private, loopback and link-local "
+               "ones unless given");
+  options.Flag("--json", arguments->json, "Print the summary as one JSON object");
+  options.Texts("FILE", arguments->files, "Logs, plain or gzip-compressed; - is standard input").Required();
+  return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }
 
 }  // namespace Host::Commands

@@ -38,14 +38,12 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-Command AddInspect(CLI::App& program) {
+Command AddInspect(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("inspect", "Show what a store file holds and whether it is whole");
-  app->add_option("FILE", arguments->file, "A day file or another store file")->required();
-  app->add_option("--format", arguments->format, "How it is shown")
-      ->check(CLI::IsMember({"table", "json"}))
-      ->capture_default_str();
-  return {app, [arguments] { return Run(*arguments); }, kExamples};
+  Options options = program.AddCommand("inspect", "Show what a store file holds and whether it is whole");
+  options.Text("FILE", arguments->file, "A day file or another store file").Required();
+  options.Text("--format", arguments->format, "How it is shown").OneOf({"table", "json"}).ShowDefault();
+  return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }
 
 }  // namespace Host::Commands

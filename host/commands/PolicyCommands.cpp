@@ -88,22 +88,20 @@ int RunReload(const std::string& dataFolder) {
 
 }  // namespace
 
-Command AddPolicy(CLI::App& program) {
+Command AddPolicy(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("policy", "Show the settings in force and where each comes from");
-  AddDataOption(*app, arguments->dataFolder);
-  AddPolicyOption(*app, arguments->policyPath);
-  app->add_option("--format", arguments->format, "How they are shown")
-      ->check(CLI::IsMember({"table", "json"}))
-      ->capture_default_str();
-  return {app, [arguments] { return RunPolicy(*arguments); }, kPolicyExamples};
+  Options options = program.AddCommand("policy", "Show the settings in force and where each comes from");
+  AddDataOption(options, arguments->dataFolder);
+  AddPolicyOption(options, arguments->policyPath);
+  options.Text("--format", arguments->format, "How they are shown").OneOf({"table", "json"}).ShowDefault();
+  return {options.Name(), [arguments] { return RunPolicy(*arguments); }, kPolicyExamples};
 }
 
-Command AddReload(CLI::App& program) {
+Command AddReload(Program& program) {
   const auto dataFolder = std::make_shared<std::string>();
-  CLI::App* app = program.add_subcommand("reload", "Let the daemon read its policy again");
-  AddDataOption(*app, *dataFolder);
-  return {app, [dataFolder] { return RunReload(*dataFolder); }, kReloadExamples};
+  Options options = program.AddCommand("reload", "Let the daemon read its policy again");
+  AddDataOption(options, *dataFolder);
+  return {options.Name(), [dataFolder] { return RunReload(*dataFolder); }, kReloadExamples};
 }
 
 }  // namespace Host::Commands

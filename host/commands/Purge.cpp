@@ -174,20 +174,19 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-Command AddPurge(CLI::App& program) {
+Command AddPurge(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("purge", "Delete the oldest days");
-  AddDataOption(*app, arguments->dataFolder);
-  app->add_option("--before", arguments->before, "Delete the days before this one: a date, or an age such as 90d")
-      ->type_name("DATE");
-  app->add_option("--to-size", arguments->toSize,
-                  "Delete the oldest days until all files take this at most: bytes, or with K, M or G")
-      ->type_name("SIZE");
-  app->add_flag("--dry-run", arguments->dryRun, "Delete nothing and show what would go");
-  app->add_option("--format", arguments->format, "How the files are printed")
-      ->check(CLI::IsMember({"table", "json"}))
-      ->capture_default_str();
-  return {app, [arguments] { return Run(*arguments); }, kExamples};
+  Options options = program.AddCommand("purge", "Delete the oldest days");
+  AddDataOption(options, arguments->dataFolder);
+  options.Text("--before", arguments->before, "Delete the days before this one: a date, or an age such as 90d")
+      .Named("DATE");
+  options
+      .Text("--to-size", arguments->toSize,
+            "Delete the oldest days until all files take this at most: bytes, or with K, M or G")
+      .Named("SIZE");
+  options.Flag("--dry-run", arguments->dryRun, "Delete nothing and show what would go");
+  options.Text("--format", arguments->format, "How the files are printed").OneOf({"table", "json"}).ShowDefault();
+  return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }
 
 }  // namespace Host::Commands

@@ -72,17 +72,17 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-Command AddQuery(CLI::App& program) {
+Command AddQuery(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("query", "Print the stored connections");
-  AddDataOption(*app, arguments->dataFolder);
+  Options options = program.AddCommand("query", "Print the stored connections");
+  AddDataOption(options, arguments->dataFolder);
   constexpr char kTimes[] = "a date, an RFC 3339 time, epoch seconds, or an age such as 7d or 12h";
-  app->add_option("--since", arguments->since, std::string("Only what was seen then or later: ") + kTimes);
-  app->add_option("--until", arguments->until, "Only what was seen then or earlier");
-  app->add_option("--format", arguments->format, "How rows are printed")
-      ->check(CLI::IsMember({"table", "json", "jsonl", "csv", "line"}))
-      ->capture_default_str();
-  return {app, [arguments] { return Run(*arguments); }, kExamples};
+  options.Text("--since", arguments->since, std::string("Only what was seen then or later: ") + kTimes);
+  options.Text("--until", arguments->until, "Only what was seen then or earlier");
+  options.Text("--format", arguments->format, "How rows are printed")
+      .OneOf({"table", "json", "jsonl", "csv", "line"})
+      .ShowDefault();
+  return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }
 
 }  // namespace Host::Commands

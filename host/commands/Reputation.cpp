@@ -84,17 +84,17 @@ int Serve(const Arguments& arguments) {
 
 }  // namespace
 
-Command AddReputation(CLI::App& program) {
+Command AddReputation(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("reputation", "Serve verdicts on addresses from lists of harmless networks");
-  app->add_option("ACTION", arguments->action, "What to do")->required()->check(CLI::IsMember({"serve"}));
-  app->add_option("--lists", arguments->lists, "Files with a network a line or JSON lists, or folders of such")
-      ->required()
-      ->type_name("DIR|FILE");
-  app->add_option("--listen", arguments->listen, "Loopback address and port; port 0 takes a free one")
-      ->type_name("ADDRESS:PORT")
-      ->capture_default_str();
-  return {app, [arguments] { return Serve(*arguments); }, kExamples};
+  Options options = program.AddCommand("reputation", "Serve verdicts on addresses from lists of harmless networks");
+  options.Text("ACTION", arguments->action, "What to do").Required().OneOf({"serve"});
+  options.Texts("--lists", arguments->lists, "Files with a network a line or JSON lists, or folders of such")
+      .Required()
+      .Named("DIR|FILE");
+  options.Text("--listen", arguments->listen, "Loopback address and port; port 0 takes a free one")
+      .Named("ADDRESS:PORT")
+      .ShowDefault();
+  return {options.Name(), [arguments] { return Serve(*arguments); }, kExamples};
 }
 
 }  // namespace Host::Commands

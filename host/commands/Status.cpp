@@ -95,14 +95,14 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-Command AddStatus(CLI::App& program) {
+Command AddStatus(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("status", "Show how the daemon and its history are doing");
-  AddDataOption(*app, arguments->dataFolder);
-  app->add_option("--format", arguments->format, "How it is shown; json is the module's report as it is")
-      ->check(CLI::IsMember({"table", "json"}))
-      ->capture_default_str();
-  return {app, [arguments] { return Run(*arguments); }, kExamples};
+  Options options = program.AddCommand("status", "Show how the daemon and its history are doing");
+  AddDataOption(options, arguments->dataFolder);
+  options.Text("--format", arguments->format, "How it is shown; json is the module's report as it is")
+      .OneOf({"table", "json"})
+      .ShowDefault();
+  return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }
 
 }  // namespace Host::Commands

@@ -186,14 +186,12 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-Command AddVerify(CLI::App& program) {
+Command AddVerify(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* app = program.add_subcommand("verify", "Check every stored file, to its last row");
-  AddDataOption(*app, arguments->dataFolder);
-  app->add_option("--format", arguments->format, "How it is shown")
-      ->check(CLI::IsMember({"table", "json", "jsonl"}))
-      ->capture_default_str();
-  return {app, [arguments] { return Run(*arguments); }, kExamples};
+  Options options = program.AddCommand("verify", "Check every stored file, to its last row");
+  AddDataOption(options, arguments->dataFolder);
+  options.Text("--format", arguments->format, "How it is shown").OneOf({"table", "json", "jsonl"}).ShowDefault();
+  return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }
 
 }  // namespace Host::Commands

@@ -1,6 +1,5 @@
 #include "host/render/Rows.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "Velmar/OS/Network.h"
@@ -131,28 +130,21 @@ class LineWriter final : public RowWriter {
 
 }  // namespace
 
-const std::array<Column, kColumnCount> kColumns = {{{"ip", false},
-                                                    {"first_seen", true},
-                                                    {"last_seen", true},
-                                                    {"port", true},
-                                                    {"protos", false},
-                                                    {"conns_total", true},
-                                                    {"conns_in", true},
-                                                    {"conns_out", true},
-                                                    {"bytes_in", true},
-                                                    {"bytes_out", true},
-                                                    {"proc_fpath", false},
-                                                    {"proc_md5", false},
-                                                    {"proc_qid", false},
-                                                    {"proc_puid", true},
-                                                    {"proc_pid", true}}};
-
-std::optional<Format> FormatOf(const std::string& name) {
-  constexpr const char* kNames[] = {"table", "json", "jsonl", "csv", "line"};
-  const auto* found = std::find(std::begin(kNames), std::end(kNames), name);
-  return found == std::end(kNames) ? std::nullopt
-                                   : std::optional<Format>(static_cast<Format>(found - std::begin(kNames)));
-}
+const std::array<RowColumn, kColumnCount> kColumns = {{{"ip", false},
+                                                       {"first_seen", true},
+                                                       {"last_seen", true},
+                                                       {"port", true},
+                                                       {"protos", false},
+                                                       {"conns_total", true},
+                                                       {"conns_in", true},
+                                                       {"conns_out", true},
+                                                       {"bytes_in", true},
+                                                       {"bytes_out", true},
+                                                       {"proc_fpath", false},
+                                                       {"proc_md5", false},
+                                                       {"proc_qid", false},
+                                                       {"proc_puid", true},
+                                                       {"proc_pid", true}}};
 
 std::string ProtocolsOf(u16 bits) {
   constexpr const char* kNames[] = {"HTTP", "SMB", "FTP", "Telnet", "RDP", "SSH",

@@ -3,41 +3,31 @@
 
 #include <array>
 #include <memory>
-#include <optional>
 #include <ostream>
 #include <string>
 
 #include "RYL/Comm/INetDBQuery.h"
 #include "host/Types.h"
+#include "host/render/CellText.h"
+#include "host/render/Results.h"
 
 namespace Host::Render {
 
 using Row = RYL::Comm::Interfaces::INetDBQuery::Record;
 
-enum class Format { kTable, kJson, kJsonl, kCsv, kLine };
-// "table", "json", "jsonl", "csv", "line".
-std::optional<Format> FormatOf(const std::string& name);
-
-struct Column {
+struct RowColumn {
   const char* name;
   bool isNumber;
 };
 inline constexpr std::size_t kColumnCount = 15;
-extern const std::array<Column, kColumnCount> kColumns;
+extern const std::array<RowColumn, kColumnCount> kColumns;
 
 using RowTexts = std::array<std::string, kColumnCount>;
-enum class TimeStyle { kEpochMs, kUtc };
 // The fields in the order of kColumns; path bytes as they are.
 RowTexts TextsOf(const Row& row, TimeStyle times);
 
 // "HTTP,TCP".
 std::string ProtocolsOf(u16 bits);
-
-struct RenderOptions {
-  Format format = Format::kTable;
-  std::size_t width = 0;  // of the terminal; 0: no terminal, nothing is cut
-  bool colour = false;
-};
 
 // Writes rows as they come; memory does not grow with their number. Lifetime: any number of Write, then Finish once.
 // Threads: thread-compatible. Errors are those of the stream.

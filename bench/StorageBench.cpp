@@ -1,24 +1,18 @@
 // Speed of the day's tables, of a dump and a load stage by stage, and of queries over stored days.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <memory>
-#include <numeric>
 #include <string>
 #include <vector>
 
 #include "Velmar/Collections/DB/MapDB.h"
 #include "Velmar/OS/File.h"
 #include "Velmar/ZLib.h"
-#include "common/netdb_storage/DBManager.h"
+#include "bench/MadeDays.h"
 
 namespace {
 
-using namespace RYL;
-using namespace RYL::NetDB;
+using namespace Bench;
 using Velmar::CompressionLevel;
 using Velmar::ZLib;
 using Velmar::Collections::Buffer;
@@ -28,30 +22,7 @@ using Velmar::OS::File;
 namespace StoreFlags = Velmar::Collections::DB::StoreFlags;
 using Row = IPRecord<IPv4>;
 
-constexpr u64 kDay = 1699920000;
 constexpr u32 kBlockLimit = 26214400;
-constexpr u32 kProcesses = 200;
-
-void Require(bool condition, const char* what) {
-  if (!condition) {
-    std::fprintf(stderr, "benchmark cannot run: %s\n", what);
-    std::abort();
-  }
-}
-
-// A number for each number, far apart, so that neighbours in time are none in the table.
-u32 Scatter(u32 number) {
-  return number * 2654435761U;
-}
-
-// The numbers from 0 to count - 1 in the order of their addresses, in which a table fills without moving rows.
-std::vector<u32> InAddressOrder(u32 count) {
-  std::vector<u32> numbers(count);
-  std::iota(numbers.begin(), numbers.end(), 0U);
-  std::sort(numbers.begin(), numbers.end(),
-            [](u32 a, u32 b) { return IPv4::FromRaw(Scatter(a)) < IPv4::FromRaw(Scatter(b)); });
-  return numbers;
-}
 
 Row MakeRow(u32 number) {
   Row row;
@@ -66,17 +37,6 @@ Row MakeRow(u32 number) {
   row.bytes_in = scattered % 100000;
   row.bytes_out = scattered % 3000;
   return row;
-}
-
-Process MakeProcess(u32 number) {
-  Process process;
-  Require(process.proc_fpath.SetFormat("/usr/lib/application-%u/bin/program-%u", number % 50, number), "path");
-  for (u32 i = 0; i < 16; ++i) {
-    process.proc_md5[i] = static_cast<u8>(Scatter(number) >> (i % 24));
-  }
-  process.proc_puid = 1000000 + u64{number};
-  process.proc_pid = 1000 + static_cast<i64>(number);
-  return process;
 }
 
 // A day's store that has no file.
@@ -175,46 +135,6 @@ void ProcessesDBAddNew(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * count);
 }
 BENCHMARK(ProcessesDBAddNew)->Arg(200)->Arg(5000)->Arg(50000)->Unit(benchmark::kMillisecond);
-
-// A folder that goes with the process.
-class Folder {
- public:
-  Folder() {
-    std::string name = (std::filesystem::temp_directory_path() / "storage-bench-XXXXXX").string();
-    Require(::mkdtemp(name.data()) != nullptr, "temporary folder");
-    path_ = name;
-  }
-  ~Folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  const std::string& Path() const { return path_; }
-  std::string File(u64 day) const { return path_ + "/" + std::to_string(day) + ".db"; }
-
- private:
-  std::string path_;
-};
-
-BacklogMessage MakeMessage(u64 day, u32 number) {
-  BacklogMessage message;
-  message.address = Scatter(number);
-  message.port = 443;
-  message.is_new_connection = 1;
-  message.direction = Direction::kOutbound;
-  message.protocols = 0x0840;
-  message.timestamp = day + number % 86400;
-  message.bytes_in = Scatter(number) % 100000;
-  return message;
-}
-
-void FillDay(DBManager& manager, u64 day, u32 rowCount) {
-  for (const u32 number : InAddressOrder(rowCount)) {
-    const Process process = MakeProcess(number % kProcesses);
-    Require(manager.Add(MakeMessage(day, number), &process), "message");
-  }
-}
 
 // What one day goes through on its way to the disk and back.
 struct Stages {
@@ -403,11 +323,7 @@ constexpr u32 kRowsADay = 20000;
 const Folder& History() {
   static const Folder* const folder = [] {
     static Folder made;
-    for (u32 day = 0; day < kDays; ++day) {
-      DBManager writer;
-      Require(writer.SetFolder(made.Path().c_str()), "folder");
-      FillDay(writer, kDay + day * DBManager::kSecondsPerDay, kRowsADay);
-    }
+    WriteDays(made.Path(), kDays, kRowsADay);
     return &made;
   }();
   return *folder;

@@ -263,7 +263,7 @@ int Run(const Arguments& arguments) {
   const auto policy = Policy::LoadOrDefault(arguments.policy, error);
   if (!policy || !ConfigureCloud(policy->Cloud(), policy->Source(), error)) {
     PrintError(error);
-    return kUsage;
+    return kFailed;
   }
   const std::optional<u64> wanted = arguments.file.empty() ? std::nullopt : ReadFilterDay(arguments.file);
   if (!arguments.file.empty() && !wanted) {

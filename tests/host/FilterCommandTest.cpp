@@ -193,7 +193,7 @@ TEST_F(FilterCommandTest, BadPolicyIsToldWithItsLine) {
   PutTwoDays();
   PutPolicy("http://203.0.113.1");  // in the clear, to another machine
   const ProgramResult result = Filter();
-  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, HasSubstr(": endpoint has to be https://"));
 }

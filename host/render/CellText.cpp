@@ -26,9 +26,6 @@ std::string RealText(double number) {
 
 std::string UtcText(u64 milliseconds) {
   std::string text = Text::FormatUtc(milliseconds / 1000);
-  if (text.back() != 'Z') {  // no year has a name for it
-    return std::to_string(milliseconds);
-  }
   if (milliseconds % 1000 != 0) {
     char fraction[8];
     std::snprintf(fraction, sizeof(fraction), ".%03u", static_cast<unsigned>(milliseconds % 1000));

@@ -120,6 +120,8 @@ class MapDB {
                  i32 reservedNonZero) const;
   bool SetPath(const char* storePath);
   bool CreateIndex(u32 initialCapacity, u32 maximum, u32 storeFlags, const void* searchContext);
+  // Null without memory, and with `isKnown` false for a kind that keys of this type have no index of.
+  static Base::ISearchInterface<K, Node>* NewIndex(u32 kind, bool& isKnown);
   bool CreatePools(u32 initialCapacity);
   bool CreateMutex(u32 storeFlags);
 

@@ -150,22 +150,9 @@ bool MapDB<K, V>::SetPath(const char* storePath) {
 template <class K, class V>
 bool MapDB<K, V>::CreateIndex(u32 initialCapacity, u32 maximum, u32 storeFlags, const void* searchContext) {
   const u32 kind = storeFlags & StoreFlags::kIndexKindMask;
-  if (kind == StoreFlags::kBinarySearch) {
-    search = New<Utils::BinarySearch<K>>();
-  } else if (kind == StoreFlags::kLinearSearch) {
-    search = New<Utils::LinearSearch<K>>();
-  } else if (kind == StoreFlags::kRBTSearch) {
-    search = New<Utils::RBTSearch<K>>();
-  } else if constexpr (!Keys::kIsText) {
-    if (kind == StoreFlags::kIndexSearch) {
-      search = New<Utils::IndexSearch<K>>();
-    } else if (kind == StoreFlags::kHashMapSearch) {
-      search = New<Utils::HashMapSearch<K>>();
-    } else {
-      RYL_LOG(velmar, StoreIndexKindRefused, kind);
-      return false;
-    }
-  } else {
+  bool isKnown = true;
+  search = NewIndex(kind, isKnown);
+  if (!isKnown) {
     RYL_LOG(velmar, StoreIndexKindRefused, kind);
     return false;
   }
@@ -174,6 +161,29 @@ bool MapDB<K, V>::CreateIndex(u32 initialCapacity, u32 maximum, u32 storeFlags, 
     return false;
   }
   return true;
+}
+
+template <class K, class V>
+auto MapDB<K, V>::NewIndex(u32 kind, bool& isKnown) -> Base::ISearchInterface<K, Node>* {
+  if (kind == StoreFlags::kBinarySearch) {
+    return New<Utils::BinarySearch<K>>();
+  }
+  if (kind == StoreFlags::kLinearSearch) {
+    return New<Utils::LinearSearch<K>>();
+  }
+  if (kind == StoreFlags::kRBTSearch) {
+    return New<Utils::RBTSearch<K>>();
+  }
+  if constexpr (!Keys::kIsText) {
+    if (kind == StoreFlags::kIndexSearch) {
+      return New<Utils::IndexSearch<K>>();
+    }
+    if (kind == StoreFlags::kHashMapSearch) {
+      return New<Utils::HashMapSearch<K>>();
+    }
+  }
+  isKnown = false;
+  return nullptr;
 }
 
 template <class K, class V>

@@ -14,7 +14,7 @@
 namespace Host {
 namespace {
 
-// Nobody in this program takes events of the module.
+// For a session whose replies nobody takes.
 class NoReceiver final : public RYL::Events::EventSender {
  public:
   bool Dispatch(u32 /*kind*/, Velmar::Utils::TreeContainer* /*tree*/, u32 /*reserved1*/, u32 /*reserved2*/,
@@ -37,14 +37,16 @@ class SessionHost final : public RYL::Module::ModuleHost {
         return nullptr;
     }
   }
-  RYL::Events::EventSender* GetEventSender() override { return &sender_; }
+  RYL::Events::EventSender* GetEventSender() override {
+    return services_.receiver != nullptr ? services_.receiver : &noReceiver_;
+  }
   void* CreateThread(u32 /*moduleNumber*/, void (*entry)(void*), void* context, const char* label) override {
     return Velmar::OS::Threading::StartThread(entry, context, label);
   }
 
  private:
   ModuleServices services_;
-  NoReceiver sender_;
+  NoReceiver noReceiver_;
 };
 
 constexpr u32 kFirstWaitMs = 1;
@@ -63,6 +65,7 @@ struct ModuleSession::State {
   u64 lostMessages = 0;
   u64 failedDumps = 0;
   std::vector<std::string> errors;
+  std::vector<std::string> skippedFiles;
 };
 
 ModuleSession::ModuleSession(const ModuleServices& services, std::string modulePath)
@@ -102,13 +105,13 @@ bool ModuleSession::Open(const std::string& dataFolder, std::string& error) {
   return true;
 }
 
-ModuleSession::Outcome ModuleSession::Send(const std::vector<u8>& event) {
+ModuleSession::Outcome ModuleSession::Send(const std::vector<u8>& event, RYL::Events::ExternalData* external) {
   RYL::Module::Interface* module = state_->loader.Module();
   if (module == nullptr) {
     return Outcome::kRefused;
   }
   LogWatch::ForgetThread();
-  if (module->HandleEvent(event.data(), nullptr) || LogWatch::QueuedWithoutWakeUp()) {
+  if (module->HandleEvent(event.data(), external) || LogWatch::QueuedWithoutWakeUp()) {
     return Outcome::kTaken;
   }
   return LogWatch::QueueWasFull() ? Outcome::kQueueFull : Outcome::kRefused;
@@ -153,6 +156,7 @@ bool ModuleSession::Close() {
   state_->lostMessages = watch.LostMessages();
   state_->failedDumps = watch.FailedDumps();
   state_->errors = watch.Errors();
+  state_->skippedFiles = watch.SkippedFiles();
   state_->watch.reset();
   return stopped && complete;
 }
@@ -167,6 +171,10 @@ u64 ModuleSession::FailedDumps() const {
 
 std::vector<std::string> ModuleSession::Errors() const {
   return state_->watch != nullptr ? state_->watch->Errors() : state_->errors;
+}
+
+std::vector<std::string> ModuleSession::SkippedFiles() const {
+  return state_->watch != nullptr ? state_->watch->SkippedFiles() : state_->skippedFiles;
 }
 
 }  // namespace Host

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "RYL/Events/EventSender.h"
+#include "RYL/Events/ExternalData.h"
 #include "RYL/Module/EventLookup.h"
 #include "RYL/Module/FileHashService.h"
 #include "Velmar/Collections/Array.h"
@@ -26,11 +28,14 @@ namespace Host {
 struct ModuleServices {
   RYL::Module::EventLookup* eventLookup = nullptr;
   RYL::Module::FileHashService* fileHashes = nullptr;
+  // Takes the module's own events, its replies to queries; called on the thread that sends the query.
+  RYL::Events::EventSender* receiver = nullptr;
 };
 
 // Lifetime: Open once, Close once; the services must outlive it. Only one in a process at a time.
 // Threads: Send and SendWaiting, SaveStatistics and GetStatus from any thread between Open and Close, also while Apply
-// runs; the rest from one thread, the control thread. What GetStatus and SaveStatistics count is taken once, so two
+// runs, where the receiver must be thread-safe if queries are sent from several, and each needs an `external` of its
+// own; the rest from one thread, the control thread. What GetStatus and SaveStatistics count is taken once, so two
 // askers at the same time would share it: they belong on the control thread too.
 // Effects on disk: the module writes day files below DIR/netdb.
 class ModuleSession {
@@ -52,7 +57,9 @@ class ModuleSession {
   // Loads the module that lies beside this program (or in its library folder), points "${P}" at `dataFolder` and
   // starts. False with a sentence in `error`.
   bool Open(const std::string& dataFolder, std::string& error);
-  Outcome Send(const std::vector<Velmar::u8>& event);
+  // A query is answered before Send returns: by an event to the receiver, or into `external`, which is used during the
+  // call alone. kRefused: no reply came, or none that was kept.
+  Outcome Send(const std::vector<Velmar::u8>& event, RYL::Events::ExternalData* external = nullptr);
   // Sends, waiting while the queue is full. False for kRefused.
   bool SendWaiting(const std::vector<Velmar::u8>& event);
   // Gives the running module another policy. Whether it could follow, such as start its worker again, stands in the log
@@ -72,6 +79,8 @@ class ModuleSession {
   [[nodiscard]] Velmar::u64 FailedDumps() const;
   // What the libraries reported as errors since Open, the first few as sentences.
   [[nodiscard]] std::vector<std::string> Errors() const;
+  // Paths of the day files that queries passed over since Open.
+  [[nodiscard]] std::vector<std::string> SkippedFiles() const;
 
  private:
   struct State;

@@ -1,6 +1,9 @@
-// A module that misbehaves on request: the type of an event says how.
+// A module that misbehaves on request: the type of an event says how. Queries it answers with what they hold: a history
+// query with the start of its range, a table query with its fixed fields.
 #include <new>
 
+#include "RYL/Events/EventSender.h"
+#include "RYL/Events/ExternalData.h"
 #include "RYL/Events/Records.h"
 #include "RYL/Module/Interface.h"
 #include "Velmar/Collections/Array.h"
@@ -25,7 +28,7 @@ T At(const void* event, u32 offset) {
 
 class FakeModule final : public Module::Interface {
  public:
-  bool HandleEvent(const void* event, Events::ExternalData* /*external*/) override {
+  bool HandleEvent(const void* event, Events::ExternalData* external) override {
     switch (At<u32>(event, Events::ConnectionEvent::kHeader)) {
       case kFakeFull:
         return RefuseAsFull(At<u16>(event, Events::ConnectionEvent::kPort));
@@ -56,6 +59,10 @@ class FakeModule final : public Module::Interface {
       case kFakeStaysOff:
         staysOff_ = true;
         return true;
+      case Events::kNetDbQuery:
+        return Answer(At<u64>(event, Events::QueryEvent::kStartTime));
+      case Events::kTableQuery:
+        return external != nullptr && external->SetBinary("events", event, Events::TableQueryEvent::kTableName);
       default:
         return true;
     }
@@ -77,7 +84,8 @@ class FakeModule final : public Module::Interface {
   bool Operation8() override { return true; }
   void GetSubscribedEvents(Module::SubscribedEvents& /*out*/) override {}
   void* QueryInterface(i32 /*id*/) override { return nullptr; }
-  bool Initialize(Module::ModuleHost* /*host*/, Module::SettingsSource* settings) override {
+  bool Initialize(Module::ModuleHost* host, Module::SettingsSource* settings) override {
+    sender_ = host->GetEventSender();
     ApplySettings(settings);
     return true;
   }
@@ -117,6 +125,15 @@ class FakeModule final : public Module::Interface {
     return true;
   }
 
+  // An event that holds the start of the range.
+  bool Answer(u64 start) {
+    TreeContainer reply;
+    return reply.Create(4, 4, true, 1) &&
+           reply.AddUInt64(TreeContainer::kRoot, "start", start, false) != TreeContainer::kError &&
+           sender_->Dispatch(8, &reply, 0, 0, 0);
+  }
+
+  Events::EventSender* sender_ = nullptr;
   u32 refusals_ = 0;
   bool lastDumpFails_ = false;
   bool statusFails_ = false;

@@ -4,8 +4,11 @@
 
 #include "host/Types.h"
 #include "host/agent/ProcessRegistry.h"
+#include "host/agent/ReplyReceiver.h"
 #include "host/commands/HistoryReader.h"
 #include "host/events/ConnectionRecord.h"
+#include "host/events/NetDbQueryRecord.h"
+#include "host/events/TableQueryRecord.h"
 #include "tests/host/FakeModule.h"
 #include "tests/host/TemporaryFolder.h"
 
@@ -92,6 +95,35 @@ TEST(ModuleSession, FullQueueIsNoErrorToReport) {
   FakeSession fake;
   EXPECT_TRUE(fake.session.SendWaiting(Event(kFakeFull, 3)));
   EXPECT_TRUE(fake.session.Errors().empty());
+}
+
+TEST(ModuleSession, ReplyThatIsAnEventReachesTheReceiver) {
+  ReplyReceiver receiver;
+  ModuleSession session({nullptr, nullptr, &receiver}, FAKE_MODULE);
+  std::string error;
+  ASSERT_TRUE(session.Open("/unused", error)) << error;
+  EXPECT_EQ(session.Send(*PackNetDbQuery({"Iterate", 77, 78, {}}, error)), Outcome::kTaken);
+  const auto reply = receiver.Take();
+  ASSERT_NE(reply, nullptr);
+  EXPECT_EQ(reply->kind, 8U);
+  EXPECT_EQ(reply->tree.GetNodeValueUInt64(0, "start", 0, nullptr), 77U);
+}
+
+TEST(ModuleSession, WithoutAReceiverAQueryIsRefused) {
+  FakeSession fake;
+  std::string error;
+  EXPECT_EQ(fake.session.Send(*PackNetDbQuery({"Iterate", 77, 78, {}}, error)), Outcome::kRefused);
+}
+
+TEST(ModuleSession, BinaryReplyIsKeptInTheExternalData) {
+  FakeSession fake;
+  std::string error;
+  const auto query = *PackTableQuery(TableQueryRecord(), error);
+  NamedBinaries binaries(1000);
+  EXPECT_EQ(fake.session.Send(query, &binaries), Outcome::kTaken);
+  ASSERT_NE(binaries.Find("events"), nullptr);
+  EXPECT_EQ(*binaries.Find("events"), std::vector<u8>(query.begin(), query.begin() + 0x15));
+  EXPECT_EQ(fake.session.Send(query), Outcome::kRefused);
 }
 
 TEST(ModuleSession, ClosedSessionRefuses) {

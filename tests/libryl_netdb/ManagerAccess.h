@@ -19,6 +19,9 @@ struct NetDBManagerTestAccess {
   static EventLookup* GetEventLookup(NetDBManager& manager) { return manager.event_lookup; }
   static FileHashService* GetFileHashService(NetDBManager& manager) { return manager.file_hash_service; }
   static bool ReadSettings(NetDBManager& manager, SettingsSource* source) { return manager.ReadSettings(source); }
+  static bool HandleQuery(NetDBManager& manager, const Events::Objects::NetDbQuery* event) {
+    return manager.HandleQuery(event, nullptr);
+  }
   static bool StartWorker(NetDBManager& manager) { return manager.StartWorker(); }
   static void StopWorker(NetDBManager& manager) { manager.StopWorker(); }
 };

@@ -104,6 +104,17 @@ TEST(ModuleBinary, HoldsNoMessageText) {
   }
 }
 
+// Only hosts know the texts of the query kinds. "Iterate" is the name of a method, too, and not looked for.
+TEST(ModuleBinary, HoldsNoQueryKind) {
+  for (const std::string& module : kModules) {
+    const std::string content = ContentOf(module);
+    for (const char* kind :
+         {"FindIPv4", "FindProcessesPath", "FindPorts", "FindProtos", "FindProcessesMD5", "FindProcessesQID"}) {
+      EXPECT_EQ(content.find(kind), std::string::npos) << module << ": " << kind;
+    }
+  }
+}
+
 // Object files of an archive with the undefined symbols of each, as "object symbol".
 std::vector<std::string> UndefinedSymbols(const std::string& archive) {
   std::vector<std::string> symbols;

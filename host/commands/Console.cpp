@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "host/text/Numbers.h"
 #include "host/text/Utf8.h"
 
 namespace Host::Commands {
@@ -42,6 +43,17 @@ std::size_t TerminalWidth(int descriptor) {
     return 0;
   }
   return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
+}
+
+bool TerminalTakesUtf8() {
+  for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    const char* locale = std::getenv(name);
+    if (locale != nullptr && locale[0] != '\0') {
+      const std::string lowered = Text::Lowered(locale);
+      return lowered.find("utf-8") != std::string::npos || lowered.find("utf8") != std::string::npos;
+    }
+  }
+  return false;
 }
 
 bool FinishOutput(std::ostream& out) {

@@ -16,6 +16,8 @@ bool IsTerminal(int descriptor);
 bool WantsColour(int descriptor);
 // Columns of the terminal, 0 when there is none.
 std::size_t TerminalWidth(int descriptor);
+// Whether the environment's locale is one of UTF-8.
+bool TerminalTakesUtf8();
 
 // Flushes and says whether all data reached standard output; prints the error if not.
 bool FinishOutput(std::ostream& out);

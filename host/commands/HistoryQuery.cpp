@@ -1,0 +1,313 @@
+#include "host/commands/HistoryQuery.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <limits>
+
+#include "host/table/Columns.h"
+#include "host/text/Numbers.h"
+
+namespace Host::Commands {
+namespace {
+
+using Table::kColumns;
+
+constexpr i64 kMsPerSecond = 1000;
+// A table that is asked for one value of a column may search by it, and is then asked again for the next: rows would
+// come value by value, not day by day. The sign hides the column from that search, and several values need no other.
+constexpr char kUnsearched[] = "+";
+
+// Epoch milliseconds; times that the form does not hold are later than any row.
+i64 ToMs(u64 seconds) {
+  constexpr i64 kMax = std::numeric_limits<i64>::max() / kMsPerSecond;
+  return std::min(static_cast<i64>(std::min(seconds, static_cast<u64>(kMax))), kMax) * kMsPerSecond;
+}
+
+// The alternatives of one part of a filter.
+class AnyOf {
+ public:
+  explicit AnyOf(bool several) : mark_(several ? kUnsearched : "") {}
+
+  // `before` and `behind` stand around the value, such as "ip = " and "".
+  template <class Value>
+  void Add(const std::string& before, const Value& value, const char* behind = "") {
+    text_ += (text_.empty() ? "" : " OR ") + before + "?" + behind;
+    parameters_.emplace_back(value);
+  }
+  template <class Value>
+  void AddEach(const std::string& before, const std::vector<Value>& values, const char* behind = "") {
+    for (const Value& value : values) {
+      Add(before, value, behind);
+    }
+  }
+  // One of the values.
+  template <class Value>
+  void AddEquals(const std::string& column, const std::vector<Value>& values) {
+    if (values.size() < 2) {
+      AddEach(mark_ + column + " = ", values);
+      return;
+    }
+    text_ += (text_.empty() ? "" : " OR ") + (mark_ + column) + " IN (";
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      text_ += i == 0 ? "?" : ", ?";
+      parameters_.emplace_back(values[i]);
+    }
+    text_ += ')';
+  }
+  [[nodiscard]] std::string Column(const char* name) const { return mark_ + name; }
+  [[nodiscard]] const std::string& Text() const { return text_; }
+  [[nodiscard]] const std::vector<Cell>& Parameters() const { return parameters_; }
+
+ private:
+  std::string mark_;
+  std::string text_;
+  std::vector<Cell> parameters_;
+};
+
+void AddPart(const AnyOf& part, Statement& statement, bool& first) {
+  if (part.Text().empty()) {
+    return;
+  }
+  statement.text += (first ? " WHERE (" : " AND (") + part.Text() + ')';
+  statement.parameters.insert(statement.parameters.end(), part.Parameters().begin(), part.Parameters().end());
+  first = false;
+}
+
+template <class Value>
+void AddValues(const char* column, const std::vector<Value>& values, Statement& statement, bool& first) {
+  AnyOf part(values.size() > 1);
+  part.AddEquals(column, values);
+  AddPart(part, statement, first);
+}
+
+void AddRange(const TimeRange& range, Statement& statement, bool& first) {
+  const TimeRange all;
+  if (range.since != all.since) {
+    AnyOf part(false);
+    part.Add("last_seen >= ", ToMs(range.since));
+    AddPart(part, statement, first);
+  }
+  if (range.until != all.until) {
+    AnyOf part(false);
+    part.Add("first_seen <= ", ToMs(range.until));
+    AddPart(part, statement, first);
+  }
+}
+
+void AddFilter(const HistoryFilter& filter, Statement& statement) {
+  bool first = true;
+  AddRange(filter.range, statement, first);
+
+  AnyOf addresses(filter.addresses.size() + filter.blocks.size() > 1);
+  addresses.AddEquals("ip", filter.addresses);
+  addresses.AddEach("in_cidr(" + addresses.Column("ip") + ", ", filter.blocks, ")");
+  AddPart(addresses, statement, first);
+
+  AnyOf paths(filter.paths.size() + filter.pathPatterns.size() > 1);
+  paths.AddEquals("proc_fpath", filter.paths);
+  paths.AddEach(paths.Column("proc_fpath") + " LIKE ", filter.pathPatterns);
+  AddPart(paths, statement, first);
+
+  AddValues("port", filter.ports, statement, first);
+  AnyOf protocols(filter.protocols.size() > 1);
+  for (const std::string& name : filter.protocols) {
+    protocols.Add("instr(',' || protos || ',', ", "," + name + ",", ") > 0");
+  }
+  AddPart(protocols, statement, first);
+  AddValues("proc_md5", filter.md5s, statement, first);
+  AddValues("proc_qid", filter.qids, statement, first);
+}
+
+std::optional<std::size_t> FindColumn(const std::string& name, std::string& error) {
+  const std::string wanted = Text::Lowered(name);
+  const auto* found =
+      std::find_if(kColumns.begin(), kColumns.end(), [&](const auto& column) { return wanted == column.name; });
+  if (found != kColumns.end()) {
+    return static_cast<std::size_t>(found - kColumns.begin());
+  }
+  error = "\"" + name + "\" is no column; the columns are ";
+  for (const auto& column : kColumns) {
+    error += (&column == kColumns.data() ? "" : ", ") + std::string(column.name);
+  }
+  return std::nullopt;
+}
+
+std::optional<SortKey> ReadSortKey(const std::string& text, std::string& error) {
+  const bool isMarked = !text.empty() && text[0] == '-';
+  const std::size_t colon = text.find(':');
+  const std::string direction = colon == std::string::npos ? "" : Text::Lowered(text.substr(colon + 1));
+  const bool isKnown = colon == std::string::npos || (!isMarked && (direction == "asc" || direction == "desc"));
+  if (!isKnown) {
+    error = "\"" + text + "\" is no order; give a column, COLUMN:asc, COLUMN:desc or -COLUMN";
+    return std::nullopt;
+  }
+  const std::size_t start = isMarked ? 1 : 0;
+  const auto column = FindColumn(text.substr(start, colon == std::string::npos ? colon : colon - start), error);
+  return column ? std::optional<SortKey>({*column, isMarked || direction == "desc"}) : std::nullopt;
+}
+
+// Numbers that are texts in SQL sort by their digits.
+std::string SortTerms(const SortKey& key) {
+  const std::string direction = key.descending ? " DESC" : "";
+  const std::string name = kColumns[key.column].name;
+  const bool isNumberText =
+      kColumns[key.column].kind == Render::ColumnKind::kNumber && std::string(kColumns[key.column].type) == "TEXT";
+  return (isNumberText ? "length(" + name + ")" + direction + ", " : "") + name + direction;
+}
+
+const char* GroupExpression(GroupBy groupBy) {
+  switch (groupBy) {
+    case GroupBy::kProcess:
+      return "proc_fpath";
+    case GroupBy::kPort:
+      return "port";
+    case GroupBy::kDay:
+      return "strftime('%Y-%m-%d', first_seen / 1000, 'unixepoch')";
+    default:
+      return "ip";
+  }
+}
+
+// The place of the measure among the columns of TopStatement, as ORDER BY counts.
+std::string MeasurePlace(Measure measure) {
+  switch (measure) {
+    case Measure::kConns:
+      return "2";
+    case Measure::kBytesIn:
+      return "3";
+    case Measure::kBytesOut:
+      return "4";
+    default:
+      return "5";
+  }
+}
+
+// A sum of real numbers is exact up to 2^53, and does not fail where whole numbers of SQL end.
+constexpr char kSums[] = "sum(conns_total), CAST(total(bytes_in) AS INTEGER), CAST(total(bytes_out) AS INTEGER)";
+constexpr char kKnownProcess[] = "proc_fpath <> ''";
+
+std::string NewOf(const char* kind, const char* column, const char* condition) {
+  return std::string("SELECT '") + kind + "' AS kind, " + column +
+         " AS name, min(first_seen) AS since, max(last_seen), " + kSums + " FROM edr_netdb" + condition + " GROUP BY " +
+         column + " HAVING min(first_seen) >= ?";
+}
+
+}  // namespace
+
+std::optional<std::vector<std::size_t>> ReadColumns(const std::string& text, std::string& error) {
+  std::vector<std::size_t> columns;
+  if (text.empty()) {
+    for (std::size_t i = 0; i < kColumns.size(); ++i) {
+      columns.push_back(i);
+    }
+    return columns;
+  }
+  for (const std::string_view name : Text::SplitList(text, ',')) {
+    const auto column = FindColumn(std::string(name), error);
+    if (!column) {
+      return std::nullopt;
+    }
+    if (std::find(columns.begin(), columns.end(), *column) != columns.end()) {
+      error = "the column " + std::string(kColumns[*column].name) + " is named twice";
+      return std::nullopt;
+    }
+    columns.push_back(*column);
+  }
+  return columns;
+}
+
+std::optional<std::vector<SortKey>> ReadOrder(const std::vector<std::string>& texts, std::string& error) {
+  std::vector<SortKey> order;
+  for (const std::string& text : texts) {
+    for (const std::string_view item : Text::SplitList(text, ',')) {
+      const auto key = ReadSortKey(std::string(item), error);
+      if (!key) {
+        return std::nullopt;
+      }
+      order.push_back(*key);
+    }
+  }
+  return order;
+}
+
+std::optional<i64> ReadLimit(const std::string& text, std::string& error) {
+  const auto limit = Text::ReadCount(text, static_cast<u64>(std::numeric_limits<i64>::max()));
+  if (!limit || *limit == 0) {
+    error = "\"" + text + "\" is no limit; give a number above 0";
+    return std::nullopt;
+  }
+  return static_cast<i64>(*limit);
+}
+
+Statement RowsStatement(const RowQuery& query) {
+  Statement statement;
+  for (const std::size_t column : query.columns) {
+    statement.text += (statement.text.empty() ? "SELECT " : ", ") + std::string(kColumns[column].name);
+  }
+  statement.text += " FROM edr_netdb";
+  AddFilter(query.filter, statement);
+  for (std::size_t i = 0; i < query.order.size(); ++i) {
+    statement.text += (i == 0 ? " ORDER BY " : ", ") + SortTerms(query.order[i]);
+  }
+  if (query.limit) {
+    statement.text += " LIMIT ?";
+    statement.parameters.emplace_back(*query.limit);
+  }
+  return statement;
+}
+
+std::optional<GroupBy> GroupByOf(const std::string& name) {
+  constexpr const char* kNames[] = {"ip", "process", "port", "day"};
+  const auto* found = std::find(std::begin(kNames), std::end(kNames), name);
+  return found == std::end(kNames) ? std::nullopt
+                                   : std::optional<GroupBy>(static_cast<GroupBy>(found - std::begin(kNames)));
+}
+
+std::optional<Measure> MeasureOf(const std::string& name) {
+  constexpr const char* kNames[] = {"bytes", "conns", "bytes_in", "bytes_out"};
+  const auto* found = std::find(std::begin(kNames), std::end(kNames), name);
+  return found == std::end(kNames) ? std::nullopt
+                                   : std::optional<Measure>(static_cast<Measure>(found - std::begin(kNames)));
+}
+
+Statement TopStatement(GroupBy groupBy, Measure measure, i64 limit, const TimeRange& range) {
+  const std::string group = GroupExpression(groupBy);
+  Statement statement;
+  statement.text =
+      "SELECT " + group + ", " + kSums + ", CAST(total(bytes_in) + total(bytes_out) AS INTEGER) FROM edr_netdb";
+  bool first = true;
+  AddRange(range, statement, first);
+  if (groupBy == GroupBy::kProcess) {
+    statement.text += std::string(first ? " WHERE " : " AND ") + kKnownProcess;
+  }
+  statement.text += " GROUP BY 1 ORDER BY " + MeasurePlace(measure) + " DESC, 1 LIMIT ?";
+  statement.parameters.emplace_back(limit);
+  return statement;
+}
+
+Statement NewStatement(bool withIps, bool withProcesses, u64 sinceSeconds) {
+  Statement statement;
+  if (withIps) {
+    statement.text = NewOf("ip", "ip", "");
+    statement.parameters.emplace_back(ToMs(sinceSeconds));
+  }
+  if (withProcesses) {
+    const std::string condition = std::string(" WHERE ") + kKnownProcess;
+    statement.text += (withIps ? " UNION ALL " : "") + NewOf("process", "proc_fpath", condition.c_str());
+    statement.parameters.emplace_back(ToMs(sinceSeconds));
+  }
+  statement.text += " ORDER BY kind, since, name";
+  return statement;
+}
+
+Statement SummaryStatement(const HistoryFilter& filter) {
+  Statement statement;
+  statement.text =
+      "SELECT ip, first_seen, last_seen, port, protos, conns_total, conns_in, conns_out, bytes_in, bytes_out, "
+      "proc_fpath FROM edr_netdb";
+  AddFilter(filter, statement);
+  return statement;
+}
+
+}  // namespace Host::Commands

@@ -1,0 +1,90 @@
+#include "host/table/Functions.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/reputation/Network.h"
+#include "host/text/TimeText.h"
+
+namespace Host::Table {
+namespace {
+
+constexpr i64 kMsPerSecond = 1000;
+constexpr i64 kEndOfTime = 253'402'300'800'000;  // 10000-01-01
+
+// Nothing for what is no text. A view into the value.
+std::optional<std::string_view> TextOf(sqlite3_value* value) {
+  if (sqlite3_value_type(value) != SQLITE_TEXT) {
+    return std::nullopt;
+  }
+  const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+  if (text == nullptr) {
+    return std::nullopt;
+  }
+  return std::string_view(text, static_cast<std::size_t>(sqlite3_value_bytes(value)));
+}
+
+void GiveError(sqlite3_context* context, const std::string& message) {
+  sqlite3_result_error(context, message.c_str(), static_cast<int>(message.size()));
+}
+
+bool Holds(const Reputation::Network& network, const Reputation::Address& address) {
+  const Reputation::Bits last = network.Last();
+  return network.family == address.family && !(address.bits < network.first) && !(last < address.bits);
+}
+
+void InCidr(sqlite3_context* context, int /*argc*/, sqlite3_value** argv) {
+  if (sqlite3_value_type(argv[1]) == SQLITE_NULL) {
+    return sqlite3_result_null(context);
+  }
+  const auto block = TextOf(argv[1]);
+  bool hadHostBits = false;
+  const auto network = block ? Reputation::ReadNetwork(*block, hadHostBits) : std::nullopt;
+  if (!network) {
+    return GiveError(context, "in_cidr: the second argument is no block of addresses such as 10.0.0.0/8");
+  }
+  const auto text = TextOf(argv[0]);
+  const auto address = text ? Reputation::ReadAddress(*text) : std::nullopt;
+  if (!address) {
+    return sqlite3_result_null(context);
+  }
+  sqlite3_result_int(context, Holds(*network, *address) ? 1 : 0);
+}
+
+// Whole milliseconds of a number or of a text that is one.
+std::optional<i64> MillisecondsOf(sqlite3_value* value) {
+  const int type = sqlite3_value_numeric_type(value);
+  if (type == SQLITE_INTEGER) {
+    const i64 whole = sqlite3_value_int64(value);
+    return whole >= 0 && whole < kEndOfTime ? std::optional<i64>(whole) : std::nullopt;
+  }
+  if (type != SQLITE_FLOAT) {
+    return std::nullopt;
+  }
+  const double real = sqlite3_value_double(value);
+  return real >= 0 && real < static_cast<double>(kEndOfTime) ? std::optional<i64>(static_cast<i64>(real))
+                                                             : std::nullopt;
+}
+
+void Ts(sqlite3_context* context, int /*argc*/, sqlite3_value** argv) {
+  const auto milliseconds = MillisecondsOf(argv[0]);
+  if (!milliseconds) {
+    return sqlite3_result_null(context);
+  }
+  std::string text = Text::FormatUtc(static_cast<u64>(*milliseconds / kMsPerSecond));
+  text[text.find('T')] = ' ';
+  text.pop_back();  // "Z"
+  sqlite3_result_text(context, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+}
+
+}  // namespace
+
+int RegisterFunctions(sqlite3* db) {
+  constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
+  const int added = sqlite3_create_function_v2(db, "in_cidr", 2, kFlags, nullptr, InCidr, nullptr, nullptr, nullptr);
+  return added != SQLITE_OK ? added
+                            : sqlite3_create_function_v2(db, "ts", 1, kFlags, nullptr, Ts, nullptr, nullptr, nullptr);
+}
+
+}  // namespace Host::Table

@@ -1,0 +1,23 @@
+// TableModule: edr_netdb as a virtual table of SQLite.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <atomic>
+#include <string>
+
+#include "host/table/Problems.h"
+
+namespace Host::Table {
+
+// What scans of the table need, and what they leave. It must outlive the connection.
+struct TableContext {
+  std::string folder;  // of the day files
+  Problems problems;
+  std::atomic<bool> interrupted{false};  // ends scans
+};
+
+// Makes the module edr_netdb known to `db`, and with it the table. An SQLite result code.
+int RegisterTable(sqlite3* db, TableContext& context);
+
+}  // namespace Host::Table

@@ -294,6 +294,19 @@ TEST_F(QueryTest, NewestFilterBeyondTheCeilingFailsTheQuery) {
   EXPECT_EQ(constraints.ip_filters.count, 127U);
 }
 
+TEST_F(ProcessQueryTest, FilterForItsProcessesBeyondTheCeilingFailsTheQuery) {
+  for (int i = 0; i < 128; ++i) {
+    ASSERT_TRUE(constraints.ip_filters.Add(IPDB<IPv4>::Filter([](const Row&) { return true; })));
+  }
+  Want("/usr/bin/ssh");
+  LogCapture log;
+  EXPECT_FALSE(Run(constraints));
+  EXPECT_EQ(log.Lines(),
+            (Lines{"3 velmar.ArrayCeilingReached", "5 netdb_storage.FilterNotAdded", "5 netdb_storage.QueryEnded"}));
+  EXPECT_EQ(rows.records.size(), 0U);
+  EXPECT_EQ(constraints.ip_filters.count, 128U);
+}
+
 // A list that has lost its storage under the query costs a record, no more.
 TEST_F(QueryTest, FilterThatCannotBeTakenOutIsReported) {
   Add(kDay, Address(10, 0, 0, 1), 1);
@@ -374,6 +387,7 @@ TEST_F(QueryTest, FileThatCannotBeOpenedIsPassedOver) {
   const Lines failures = log.Lines(5);
   EXPECT_EQ(std::count(failures.begin(), failures.end(), "5 netdb_storage.QueryFileSkipped"), 3);
   EXPECT_EQ(log.Count("netdb_storage.FileOfAnotherDay"), 1);
+  EXPECT_EQ(log.Arguments("netdb_storage.QueryFileSkipped"), Lines{DayPath(kNextDay + 2 * 86400)});
 }
 
 // A file that goes between the listing and its opening has no day of its own any more.
@@ -450,6 +464,20 @@ TEST_F(QueryTest, RowThatPointsAtAMissingProcessEndsTheQuery) {
   EXPECT_FALSE(Run(constraints));
   EXPECT_EQ(rows.Ports(), (Ports{1})) << "what was given stays given";
   EXPECT_EQ(log.Lines(3), (Lines{"3 netdb_storage.ProcessIndexOutOfRange", "5 netdb_storage.RowPointsNowhere",
+                                 "5 netdb_storage.AddressWalkEnded", "5 netdb_storage.QueryEnded"}));
+}
+
+TEST_F(QueryTest, RowThatPointsAtAFreeProcessRowEndsTheQuery) {
+  const Process first = MakeProcess("/bin/a", 1);
+  const Process second = MakeProcess("/bin/b", 2);
+  Add(kDay, Address(10, 0, 0, 1), 1, &first);
+  Add(kDay, Address(10, 0, 0, 2), 2, &second);
+  ASSERT_TRUE(Access::Processes(writer).Release(0));
+  QueryConstraints constraints(0, kAllOnes64);
+  LogCapture log;
+  EXPECT_FALSE(Run(constraints));
+  EXPECT_EQ(rows.records.size(), 0U);
+  EXPECT_EQ(log.Lines(3), (Lines{"3 netdb_storage.ProcessRowIsFree", "5 netdb_storage.RowPointsNowhere",
                                  "5 netdb_storage.AddressWalkEnded", "5 netdb_storage.QueryEnded"}));
 }
 

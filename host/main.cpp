@@ -48,7 +48,7 @@ int Main(int argc, char** argv) {
       Host::Commands::AddRun(program),        Host::Commands::AddImport(program), Host::Commands::AddQuery(program),
       Host::Commands::AddInspect(program),    Host::Commands::AddVerify(program), Host::Commands::AddPurge(program),
       Host::Commands::AddStatus(program),     Host::Commands::AddPolicy(program), Host::Commands::AddReload(program),
-      Host::Commands::AddReputation(program), Host::Commands::AddFilter(program)};
+      Host::Commands::AddReputation(program), Host::Commands::AddFilter(program), Host::Commands::AddEvent(program)};
   std::string topic;
   program.AddCommand("help", "Show how a command is used").Text("COMMAND", topic, "One of the commands");
   const std::string overview = program.Help();

@@ -28,6 +28,7 @@ Command AddStatus(Program& program);
 Command AddPolicy(Program& program);
 Command AddReload(Program& program);
 Command AddReputation(Program& program);
+Command AddEvent(Program& program);
 
 // `--data DIR` with its default.
 void AddDataOption(Options options, std::string& dataFolder);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "RYL/Comm/INetDBQuery.h"
+#include "RYL/Events/EventSender.h"
 #include "RYL/Events/Records.h"
 #include "RYL/Module/EventLookup.h"
 #include "RYL/Module/FileHashService.h"
@@ -48,6 +49,19 @@ class Processes final : public RYL::Module::EventLookup {
   }
 };
 
+// Gets the module's own events: here, the answers to history queries.
+class ReplyPrinter final : public RYL::Events::EventSender {
+ public:
+  bool Dispatch(u32 /*kind*/, TreeContainer* tree, u32, u32, u32) override {
+    Velmar::Utils::String json;
+    if (!tree->AppendJson(json)) {
+      return false;
+    }
+    std::printf("%s\n", json.text);
+    return true;
+  }
+};
+
 // What the module asks of its host. A host without file digests leaves service 1000 out.
 class ExampleHost final : public RYL::Module::ModuleHost {
  public:
@@ -55,13 +69,14 @@ class ExampleHost final : public RYL::Module::ModuleHost {
     return number == RYL::Module::kEventLookupServiceNumber ? static_cast<RYL::Module::EventLookup*>(&processes_)
                                                             : nullptr;
   }
-  RYL::Events::EventSender* GetEventSender() override { return nullptr; }
+  RYL::Events::EventSender* GetEventSender() override { return &replies_; }
   void* CreateThread(u32 /*moduleNumber*/, void (*entry)(void*), void* context, const char* label) override {
     return Velmar::OS::Threading::StartThread(entry, context, label);
   }
 
  private:
   Processes processes_;
+  ReplyPrinter replies_;
 };
 
 // A policy that holds nothing: every setting has its default.
@@ -103,14 +118,36 @@ bool SendEvent(RYL::Module::Interface* module, u32 type, u32 bytesIn) {
   return module->HandleEvent(record, nullptr);
 }
 
-// One run of the module: start, two events, stop. Stop stores and dumps everything that was accepted.
+// Asks which connections of the whole history went to port 443. The answer has come when HandleEvent returns.
+bool AskForPort(RYL::Module::Interface* module) {
+  namespace Query = RYL::Events::QueryEvent;
+  const char kind[] = "FindPorts";
+  const char port[] = "443";
+  constexpr u32 kTableAt = Query::kKind + sizeof(kind);
+  constexpr u32 kPortAt = kTableAt + sizeof(RYL::u16);
+
+  u8 record[kPortAt + sizeof(port)] = {};
+  Put<u32>(record, Query::kHeader, RYL::Events::kNetDbQuery);
+  Put<u64>(record, Query::kStartTime, 0);
+  Put<u64>(record, Query::kEndTime, ~u64{0});
+  Put<RYL::u16>(record, Query::kValueTableOffset, kTableAt);
+  Put<RYL::u16>(record, Query::kValueCount, 1);
+  std::memcpy(record + Query::kKind, kind, sizeof(kind));
+  Put<RYL::u16>(record, kTableAt, kPortAt);
+  std::memcpy(record + kPortAt, port, sizeof(port));
+  return module->HandleEvent(record, nullptr);
+}
+
+// One run of the module: start, a question, two events, stop. Stop stores and dumps everything that was accepted.
 bool RecordOneConnection(RYL::Module::Interface* module, RYL::Module::ModuleHost* host) {
   DefaultSettings settings;
   if (!module->Initialize(host, &settings) || !module->Start()) {
     return false;
   }
+  // What earlier runs have stored.
+  const bool asked = AskForPort(module);
   const bool sent = SendEvent(module, RYL::Events::kNewConnection, 0) && SendEvent(module, RYL::Events::kTraffic, 1500);
-  return module->Stop() && sent;
+  return module->Stop() && asked && sent;
 }
 
 // Called for each stored row, on the caller's thread.

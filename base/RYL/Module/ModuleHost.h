@@ -6,7 +6,7 @@
 
 namespace RYL::Module {
 
-// Threads: thread-safe. It must outlive the module's Stop.
+// Threads: thread-safe. It must outlive the module's Stop and the queries that run beside it.
 class ModuleHost {
  public:
   // The service of that number, null when the host has none. The pointer's type is that of the service's header.

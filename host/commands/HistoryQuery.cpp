@@ -14,8 +14,8 @@ namespace {
 using Table::kColumns;
 
 constexpr i64 kMsPerSecond = 1000;
-// A table that is asked for one value of a column may search by it, and is then asked again for the next: rows would
-// come value by value, not day by day. The sign hides the column from that search, and several values need no other.
+// Hides a column from the search of the table: an OR of two searches would give its rows search by search, not day by
+// day.
 constexpr char kUnsearched[] = "+";
 
 // Epoch milliseconds; times that the form does not hold are later than any row.
@@ -24,97 +24,93 @@ i64 ToMs(u64 seconds) {
   return std::min(static_cast<i64>(std::min(seconds, static_cast<u64>(kMax))), kMax) * kMsPerSecond;
 }
 
-// The alternatives of one part of a filter.
-class AnyOf {
- public:
-  explicit AnyOf(bool several) : mark_(several ? kUnsearched : "") {}
+// The alternatives of one part of a filter, with their values.
+struct AnyOf {
+  std::string text;
+  std::vector<Cell> parameters;
 
   // `before` and `behind` stand around the value, such as "ip = " and "".
   template <class Value>
-  void Add(const std::string& before, const Value& value, const char* behind = "") {
-    text_ += (text_.empty() ? "" : " OR ") + before + "?" + behind;
-    parameters_.emplace_back(value);
-  }
-  template <class Value>
   void AddEach(const std::string& before, const std::vector<Value>& values, const char* behind = "") {
     for (const Value& value : values) {
-      Add(before, value, behind);
+      text += (text.empty() ? "" : " OR ") + before + "?" + behind;
+      parameters.emplace_back(value);
     }
   }
-  // One of the values.
+  // One of the values: a single search, however many there are.
   template <class Value>
   void AddEquals(const std::string& column, const std::vector<Value>& values) {
     if (values.size() < 2) {
-      AddEach(mark_ + column + " = ", values);
+      AddEach(column + " = ", values);
       return;
     }
-    text_ += (text_.empty() ? "" : " OR ") + (mark_ + column) + " IN (";
-    for (std::size_t i = 0; i < values.size(); ++i) {
-      text_ += i == 0 ? "?" : ", ?";
-      parameters_.emplace_back(values[i]);
+    text += (text.empty() ? "" : " OR ") + column + " IN (";
+    for (const Value& value : values) {
+      text += text.back() == '(' ? "?" : ", ?";
+      parameters.emplace_back(value);
     }
-    text_ += ')';
+    text += ')';
   }
-  [[nodiscard]] std::string Column(const char* name) const { return mark_ + name; }
-  [[nodiscard]] const std::string& Text() const { return text_; }
-  [[nodiscard]] const std::vector<Cell>& Parameters() const { return parameters_; }
-
- private:
-  std::string mark_;
-  std::string text_;
-  std::vector<Cell> parameters_;
 };
 
 void AddPart(const AnyOf& part, Statement& statement, bool& first) {
-  if (part.Text().empty()) {
+  if (part.text.empty()) {
     return;
   }
-  statement.text += (first ? " WHERE (" : " AND (") + part.Text() + ')';
-  statement.parameters.insert(statement.parameters.end(), part.Parameters().begin(), part.Parameters().end());
+  statement.text += (first ? " WHERE (" : " AND (") + part.text + ')';
+  statement.parameters.insert(statement.parameters.end(), part.parameters.begin(), part.parameters.end());
   first = false;
 }
 
 template <class Value>
 void AddValues(const char* column, const std::vector<Value>& values, Statement& statement, bool& first) {
-  AnyOf part(values.size() > 1);
+  AnyOf part;
   part.AddEquals(column, values);
   AddPart(part, statement, first);
 }
 
 void AddRange(const TimeRange& range, Statement& statement, bool& first) {
   const TimeRange all;
+  AnyOf since;
+  AnyOf until;
   if (range.since != all.since) {
-    AnyOf part(false);
-    part.Add("last_seen >= ", ToMs(range.since));
-    AddPart(part, statement, first);
+    since.AddEach("last_seen >= ", std::vector<i64>{ToMs(range.since)});
   }
   if (range.until != all.until) {
-    AnyOf part(false);
-    part.Add("first_seen <= ", ToMs(range.until));
-    AddPart(part, statement, first);
+    until.AddEach("first_seen <= ", std::vector<i64>{ToMs(range.until)});
   }
+  AddPart(since, statement, first);
+  AddPart(until, statement, first);
+}
+
+void AddPaths(const HistoryFilter& filter, Statement& statement, bool& first) {
+  const bool isOneSearch = filter.pathPatterns.empty() || (filter.pathPatterns.size() == 1 && filter.paths.empty());
+  const std::string column = std::string(isOneSearch ? "" : kUnsearched) + "proc_fpath";
+  AnyOf paths;
+  paths.AddEquals(column, filter.paths);
+  paths.AddEach(column + " LIKE ", filter.pathPatterns);
+  AddPart(paths, statement, first);
 }
 
 void AddFilter(const HistoryFilter& filter, Statement& statement) {
   bool first = true;
   AddRange(filter.range, statement, first);
 
-  AnyOf addresses(filter.addresses.size() + filter.blocks.size() > 1);
-  addresses.AddEquals("ip", filter.addresses);
-  addresses.AddEach("in_cidr(" + addresses.Column("ip") + ", ", filter.blocks, ")");
+  AnyOf addresses;
+  addresses.AddEquals(std::string(filter.blocks.empty() ? "" : kUnsearched) + "ip", filter.addresses);
+  addresses.AddEach("in_cidr(ip, ", filter.blocks, ")");
   AddPart(addresses, statement, first);
 
-  AnyOf paths(filter.paths.size() + filter.pathPatterns.size() > 1);
-  paths.AddEquals("proc_fpath", filter.paths);
-  paths.AddEach(paths.Column("proc_fpath") + " LIKE ", filter.pathPatterns);
-  AddPart(paths, statement, first);
-
+  AddPaths(filter, statement, first);
   AddValues("port", filter.ports, statement, first);
-  AnyOf protocols(filter.protocols.size() > 1);
+
+  std::vector<std::string> protocols;
   for (const std::string& name : filter.protocols) {
-    protocols.Add("instr(',' || protos || ',', ", "," + name + ",", ") > 0");
+    protocols.push_back("," + name + ",");
   }
-  AddPart(protocols, statement, first);
+  AnyOf spoken;
+  spoken.AddEach("instr(',' || protos || ',', ", protocols, ") > 0");
+  AddPart(spoken, statement, first);
   AddValues("proc_md5", filter.md5s, statement, first);
   AddValues("proc_qid", filter.qids, statement, first);
 }

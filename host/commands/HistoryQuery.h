@@ -23,10 +23,10 @@ struct SortKey {
 };
 
 struct RowQuery {
-  HistoryFilter filter;
-  std::vector<std::size_t> columns;  // in Table::kColumns, at least one
-  std::vector<SortKey> order;        // empty: as stored, day by day
-  std::optional<i64> limit;
+  HistoryFilter filter = {};
+  std::vector<std::size_t> columns = {};  // in Table::kColumns, at least one
+  std::vector<SortKey> order = {};        // empty: as stored, day by day
+  std::optional<i64> limit = {};
 };
 
 // "ip,BYTES_IN"; an empty text is all columns. Nothing, with a sentence, for an unknown name and for one given twice.

@@ -52,16 +52,18 @@ TEST(RowsStatement, TimesPastTheFormStayInIt) {
   EXPECT_THAT(RowsStatement(AllColumns({.range = {0, 9223372036854776}})).parameters, ElementsAre(Cell(latest)));
 }
 
-TEST(RowsStatement, OneValueMayBeSearchedAndSeveralMayNot) {
+TEST(RowsStatement, OnePartIsOneSearchOfTheTable) {
   EXPECT_EQ(ConditionOf({.addresses = {"192.0.2.1"}}), " WHERE (ip = ?)");
-  EXPECT_EQ(ConditionOf({.addresses = {"192.0.2.1", "192.0.2.2"}}), " WHERE (+ip IN (?, ?))");
+  EXPECT_EQ(ConditionOf({.addresses = {"192.0.2.1", "192.0.2.2"}}), " WHERE (ip IN (?, ?))");
   EXPECT_EQ(ConditionOf({.blocks = {"10.0.0.0/8"}}), " WHERE (in_cidr(ip, ?))");
   EXPECT_EQ(ConditionOf({.addresses = {"192.0.2.1"}, .blocks = {"10.0.0.0/8", "192.168.0.0/16"}}),
-            " WHERE (+ip = ? OR in_cidr(+ip, ?) OR in_cidr(+ip, ?))");
+            " WHERE (+ip = ? OR in_cidr(ip, ?) OR in_cidr(ip, ?))");
   EXPECT_EQ(ConditionOf({.paths = {"/a"}}), " WHERE (proc_fpath = ?)");
+  EXPECT_EQ(ConditionOf({.paths = {"/a", "/b"}}), " WHERE (proc_fpath IN (?, ?))");
   EXPECT_EQ(ConditionOf({.pathPatterns = {"%a"}}), " WHERE (proc_fpath LIKE ?)");
+  EXPECT_EQ(ConditionOf({.pathPatterns = {"%a", "b%"}}), " WHERE (+proc_fpath LIKE ? OR +proc_fpath LIKE ?)");
   EXPECT_EQ(ConditionOf({.paths = {"/a"}, .pathPatterns = {"%a"}}), " WHERE (+proc_fpath = ? OR +proc_fpath LIKE ?)");
-  EXPECT_EQ(ConditionOf({.md5s = {"0"}, .qids = {"1", "2"}}), " WHERE (proc_md5 = ?) AND (+proc_qid IN (?, ?))");
+  EXPECT_EQ(ConditionOf({.md5s = {"0"}, .qids = {"1", "2"}}), " WHERE (proc_md5 = ?) AND (proc_qid IN (?, ?))");
 }
 
 TEST(RowsStatement, ParametersStandInTheOrderOfTheText) {

@@ -1,0 +1,178 @@
+"""Random SQL over imported real data gives the same rows through netdb as a plain table of SQLite that holds them all.
+
+usage: sql_differential.py NETDB FOLDER_OF_LOGS
+RYL_SQL_SEED=n repeats the run that printed n.
+"""
+import collections
+import glob
+import ipaddress
+import json
+import os
+import random
+import sqlite3
+import sys
+import time
+
+import sql_clauses
+from harness import Netdb, check, run_test, skip
+
+LOCAL_SIDES = "10.0.1.0/24,192.168.33.10,54.245.228.191"
+# Private addresses too: they are most of the logs.
+POLICY = "max_db_days = 1_000_000\nkeep_private_addresses = true\n"
+
+CLAUSES = 2000
+OTHER_STATEMENTS = 180
+STATEMENTS_A_RUN = 500
+# A clause without an answer, or with nearly all rows, is mostly replaced.
+ATTEMPTS = 4
+MANY_ROWS = 200
+TYPES = {"first_seen": "BIGINT", "last_seen": "BIGINT", "port": "INTEGER", "conns_total": "INTEGER",
+         "conns_in": "INTEGER", "conns_out": "INTEGER", "bytes_in": "BIGINT", "bytes_out": "BIGINT",
+         "proc_pid": "BIGINT"}
+
+
+def in_cidr(address, block):
+    network = ipaddress.ip_network(block, strict=False)
+    try:
+        address = ipaddress.ip_address(address)
+    except ValueError:
+        return None
+    return int(address.version == network.version and address in network)
+
+
+def ts(milliseconds):
+    return time.strftime("%Y-%m-%d %H:%M:%S", time.gmtime(milliseconds // 1000))
+
+
+def import_all(netdb, folder, logs):
+    data, policy = os.path.join(folder, "data"), os.path.join(folder, "policy.toml")
+    with open(policy, "w", encoding="utf-8") as file:
+        file.write(POLICY)
+    zeek = sorted(glob.glob(os.path.join(logs, "zeek", "*")))
+    sysmon = sorted(glob.glob(os.path.join(logs, "sysmon", "*")))
+    netdb.import_logs(data, "--policy", policy, *zeek, *sysmon)
+    netdb.import_logs(data, "--policy", policy, "--local", LOCAL_SIDES, *zeek)
+    return data
+
+
+def all_rows(netdb, data):
+    rows = [json.loads(line) for line in netdb.query(data).decode().splitlines()]
+    for row in rows:
+        row["proc_puid"] = str(row["proc_puid"])
+    check(rows, "the import gave no rows")
+    return rows
+
+
+def plain_table(rows):
+    plain = sqlite3.connect(":memory:")
+    plain.row_factory = sqlite3.Row
+    plain.create_function("in_cidr", 2, in_cidr, deterministic=True)
+    plain.create_function("ts", 1, ts, deterministic=True)
+    columns = ", ".join("%s %s" % (name, TYPES.get(name, "TEXT")) for name in sql_clauses.COLUMNS)
+    plain.execute("CREATE TABLE edr_netdb (%s)" % columns)
+    plain.executemany("INSERT INTO edr_netdb VALUES (%s)" % ", ".join("?" * len(sql_clauses.COLUMNS)),
+                      [[row[name] for name in sql_clauses.COLUMNS] for row in rows])
+    return plain
+
+
+def comparable(row):
+    """A row as a text. proc_puid is a text in SQL, and its digits are shown as a number."""
+    shown = {name: str(value) if name == "proc_puid" else value for name, value in row.items() if name != "q"}
+    return json.dumps(shown, sort_keys=True)
+
+
+class Comparison:
+    def __init__(self, netdb, data, seed):
+        self.netdb = netdb
+        self.data = data
+        self.rows = all_rows(netdb, data)
+        self.plain = plain_table(self.rows)
+        self.random = random.Random(seed)
+        self.clauses = sql_clauses.Clauses(self.rows, self.random)
+        self.statements = []
+
+    def count(self, clause):
+        return self.plain.execute("SELECT count(*) FROM edr_netdb WHERE %s" % clause).fetchone()[0]
+
+    def clause(self, most_rows=MANY_ROWS):
+        for _ in range(ATTEMPTS):
+            clause = self.clauses.clause()
+            if 0 < self.count(clause) <= most_rows:
+                break
+        return clause
+
+    def small_clause(self, most_rows):
+        while True:
+            clause = self.clause(most_rows)
+            if self.count(clause) <= most_rows:
+                return clause
+
+    def add_clauses(self):
+        """The clauses, and how many of them have rows."""
+        forms = (sql_clauses.row_form, sql_clauses.star_form, sql_clauses.key_form, sql_clauses.count_form)
+        with_rows = 0
+        for _ in range(CLAUSES):
+            clause = self.clause()
+            with_rows += self.count(clause) > 0
+            self.statements.append(self.random.choice(forms)(len(self.statements), clause))
+        return with_rows
+
+    def add_others(self):
+        shapes = sql_clauses.Shapes(self.random)
+        for i in range(OTHER_STATEMENTS):
+            shape, most_rows = sql_clauses.SHAPES[i % len(sql_clauses.SHAPES)]
+            clause = self.clause() if most_rows is None else self.small_clause(most_rows)
+            self.statements.append(shape(shapes, len(self.statements), clause))
+
+    def answers(self, statements):
+        """Of netdb: texts of rows by the number of their statement."""
+        script = "".join("%s;\n" % statement for statement in statements).encode()
+        done = self.netdb.run("sql", "--data", self.data, "--format", "jsonl", stdin=script)
+        check(not done.stderr, "netdb sql said: %s", done.stderr.decode(errors="replace")[-2000:])
+        answers = collections.defaultdict(list)
+        for line in done.stdout.splitlines():
+            row = json.loads(line)
+            answers[row["q"]].append(comparable(row))
+        return answers
+
+    def compare_all(self):
+        for start in range(0, len(self.statements), STATEMENTS_A_RUN):
+            statements = self.statements[start:start + STATEMENTS_A_RUN]
+            answers = self.answers(statements)
+            for number, statement in enumerate(statements, start):
+                wanted = [comparable(dict(row)) for row in self.plain.execute(statement)]
+                self.compare(statement, answers[number], wanted)
+            check(set(answers) <= set(range(start, start + len(statements))), "rows of no statement")
+
+    @staticmethod
+    def compare(statement, rows, wanted):
+        if " ORDER BY " not in statement or " OVER (" in statement:
+            rows, wanted = sorted(rows), sorted(wanted)
+        if rows == wanted:
+            return
+        mine, its = collections.Counter(rows), collections.Counter(wanted)
+        check(False, "%s\nnetdb gives %d rows, the plain table %d\nmissing: %s\nsurplus: %s", statement, len(rows),
+              len(wanted), list(its - mine)[:3], list(mine - its)[:3])
+
+
+def main():
+    netdb, logs = Netdb(sys.argv[1]), sys.argv[2]
+    if not os.path.isdir(logs):
+        skip("there are no recorded logs at %s" % logs)
+    seed = int(os.environ.get("RYL_SQL_SEED", "1"))
+
+    def random_statements_give_the_same_rows(folder):
+        print("seed %d" % seed, flush=True)
+        comparison = Comparison(netdb, import_all(netdb, folder, logs), seed)
+        with_rows = comparison.add_clauses()
+        comparison.add_others()
+        comparison.compare_all()
+        print("%d rows; %d clauses, %d of them with rows; %d other statements" % (
+            len(comparison.rows), CLAUSES, with_rows, OTHER_STATEMENTS))
+        check(with_rows >= CLAUSES / 4, "only %d of %d clauses had rows", with_rows, CLAUSES)
+
+    run_test(random_statements_give_the_same_rows)
+
+
+if __name__ == "__main__":
+    main()

@@ -45,10 +45,12 @@ int UsageError(const Program::Parsed& parsed) {
 int Main(int argc, char** argv) {
   Program program("Keeps a day-by-day history of a machine's network connections.", "netdb " NETDB_VERSION);
   std::vector<Command> commands = {
-      Host::Commands::AddRun(program),        Host::Commands::AddImport(program), Host::Commands::AddQuery(program),
-      Host::Commands::AddInspect(program),    Host::Commands::AddVerify(program), Host::Commands::AddPurge(program),
-      Host::Commands::AddStatus(program),     Host::Commands::AddPolicy(program), Host::Commands::AddReload(program),
-      Host::Commands::AddReputation(program), Host::Commands::AddFilter(program), Host::Commands::AddEvent(program)};
+      Host::Commands::AddRun(program),    Host::Commands::AddImport(program),     Host::Commands::AddQuery(program),
+      Host::Commands::AddShow(program),   Host::Commands::AddTop(program),        Host::Commands::AddNew(program),
+      Host::Commands::AddSql(program),    Host::Commands::AddInspect(program),    Host::Commands::AddVerify(program),
+      Host::Commands::AddPurge(program),  Host::Commands::AddStatus(program),     Host::Commands::AddPolicy(program),
+      Host::Commands::AddReload(program), Host::Commands::AddReputation(program), Host::Commands::AddFilter(program),
+      Host::Commands::AddEvent(program)};
   std::string topic;
   program.AddCommand("help", "Show how a command is used").Text("COMMAND", topic, "One of the commands");
   const std::string overview = program.Help();

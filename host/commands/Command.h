@@ -19,6 +19,10 @@ struct Command {
 // Each adds its subcommand to `program`, which must outlive the result.
 Command AddImport(Program& program);
 Command AddQuery(Program& program);
+Command AddSql(Program& program);
+Command AddShow(Program& program);
+Command AddTop(Program& program);
+Command AddNew(Program& program);
 Command AddInspect(Program& program);
 Command AddVerify(Program& program);
 Command AddPurge(Program& program);

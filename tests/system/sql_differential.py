@@ -124,14 +124,17 @@ class Comparison:
             clause = self.clause() if most_rows is None else self.small_clause(most_rows)
             self.statements.append(shape(shapes, len(self.statements), clause))
 
-    def answers(self, statements):
-        """Of netdb: texts of rows by the number of their statement."""
+    def run(self, statements):
+        """Of netdb: all rows of all statements."""
         script = "".join("%s;\n" % statement for statement in statements).encode()
         done = self.netdb.run("sql", "--data", self.data, "--format", "jsonl", stdin=script)
         check(not done.stderr, "netdb sql said: %s", done.stderr.decode(errors="replace")[-2000:])
+        return [json.loads(line) for line in done.stdout.splitlines()]
+
+    def answers(self, statements):
+        """Of netdb: texts of rows by the number of their statement."""
         answers = collections.defaultdict(list)
-        for line in done.stdout.splitlines():
-            row = json.loads(line)
+        for row in self.run(statements):
             answers[row["q"]].append(comparable(row))
         return answers
 
@@ -143,6 +146,15 @@ class Comparison:
                 wanted = [comparable(dict(row)) for row in self.plain.execute(statement)]
                 self.compare(statement, answers[number], wanted)
             check(set(answers) <= set(range(start, start + len(statements))), "rows of no statement")
+
+    def check_plans(self):
+        """Rows have no number that would tell them apart, so an OR must never be put together from several scans."""
+        rows = self.run(["EXPLAIN QUERY PLAN " + statement for statement in self.statements])
+        plans = [row["detail"] for row in rows]
+        scans = [detail for detail in plans if "VIRTUAL TABLE" in detail]
+        check(len(scans) >= len(self.statements), "%d scans for %d statements", len(scans), len(self.statements))
+        several = [detail for detail in plans if "MULTI-INDEX" in detail]
+        check(not several, "%d plans take an OR apart: %s", len(several), several[:1])
 
     @staticmethod
     def compare(statement, rows, wanted):
@@ -166,6 +178,7 @@ def main():
         comparison = Comparison(netdb, import_all(netdb, folder, logs), seed)
         with_rows = comparison.add_clauses()
         comparison.add_others()
+        comparison.check_plans()
         comparison.compare_all()
         print("%d rows; %d clauses, %d of them with rows; %d other statements" % (
             len(comparison.rows), CLAUSES, with_rows, OTHER_STATEMENTS))

@@ -1,14 +1,9 @@
-#include <unistd.h>
-
-#include <iostream>
 #include <memory>
 
-#include "Velmar/OS/Time.h"
 #include "host/commands/Command.h"
 #include "host/commands/Console.h"
-#include "host/commands/HistoryReader.h"
-#include "host/commands/TimeRange.h"
-#include "host/render/Rows.h"
+#include "host/commands/HistoryRun.h"
+#include "host/table/Columns.h"
 
 namespace Host::Commands {
 namespace {
@@ -17,57 +12,69 @@ constexpr char kExamples[] =
     "  netdb query                                           all that is stored\n"
     "  netdb query --since 7d                                what was seen in the last seven days\n"
     "  netdb query --since 2024-05-01 --until 2024-05-01     one day (UTC)\n"
-    "  netdb query --since 2024-05-01T12:00:00Z --format csv\n"
-    "  netdb query --format jsonl | jq 'select(.port == 443)'\n";
+    "  netdb query --ip 10.0.0.0/8 --ip 203.0.113.9          a block of addresses, and one more\n"
+    "  netdb query --process '%/curl' --port 443 --port 80   curl anywhere, to either port\n"
+    "  netdb query --proto ssh --columns ip,proc_fpath,conns_total\n"
+    "  netdb query --order bytes_out:desc --limit 20 --format csv\n"
+    "  netdb query --format jsonl | jq 'select(.port == 443)'\n"
+    "Of several values of one option a row has any; of different options it has all. In --process, % is any text and "
+    "_\n"
+    "any character once there is a % in it, whatever the case of letters.\n";
 
 struct Arguments {
-  std::string dataFolder;
-  std::string since;
-  std::string until;
-  std::string format = "table";
+  HistoryOptions history;
+  FilterTexts filter;
+  std::string columns;
+  std::vector<std::string> order;
+  std::string limit;
 };
 
-int RunQuery(const Arguments& arguments, const TimeRange& range) {
-  Render::RenderOptions options;
-  options.format = Render::FormatOf(arguments.format).value_or(Render::Format::kTable);
-  options.width = TerminalWidth(STDOUT_FILENO);
-  options.colour = WantsColour(STDOUT_FILENO);
-  std::unique_ptr<Render::RowWriter> writer;
-  const auto write = [&writer, &options](const HistoryReader::Row& row) {
-    if (writer == nullptr) {
-      writer = MakeRowWriter(options, std::cout);
+// Nothing, with a sentence in `error`, for a wrong value.
+std::optional<RowQuery> ReadQuery(const Arguments& arguments, std::string& error) {
+  const auto range = RangeOf(arguments.history, error);
+  auto filter = range ? ReadFilter(arguments.filter, *range, error) : std::nullopt;
+  auto columns = filter ? ReadColumns(arguments.columns, error) : std::nullopt;
+  auto order = columns ? ReadOrder(arguments.order, error) : std::nullopt;
+  if (!order) {
+    return std::nullopt;
+  }
+  RowQuery query{std::move(*filter), std::move(*columns), std::move(*order), std::nullopt};
+  if (!arguments.limit.empty()) {
+    query.limit = ReadLimit(arguments.limit, error);
+    if (!query.limit) {
+      return std::nullopt;
     }
-    writer->Write(row);
-    return std::cout.good();
-  };
-
-  HistoryReader reader(arguments.dataFolder);
-  const HistoryReader::Result result = reader.Read(range, write);
-  for (const std::string& problem : reader.Problems()) {
-    PrintError(problem);
   }
-  if (result == HistoryReader::Result::kNoFolder) {
-    return kFailed;
-  }
-  if (writer == nullptr) {
-    writer = MakeRowWriter(options, std::cout);
-  }
-  writer->Finish();
-  if (!FinishOutput(std::cout)) {
-    return kFailed;
-  }
-  return result == HistoryReader::Result::kDone ? kDone : kPartial;
+  return query;
 }
 
 int Run(const Arguments& arguments) {
   std::string error;
-  const auto range =
-      ReadTimeRange(arguments.since, arguments.until, Velmar::OS::Time::GetEpochTime(nullptr) / 1000, error);
-  if (!range) {
+  const auto query = ReadQuery(arguments, error);
+  if (!query) {
     PrintError(error);
     return kUsage;
   }
-  return RunQuery(arguments, *range);
+  std::vector<Render::Column> columns;
+  for (const std::size_t column : query->columns) {
+    columns.push_back({Table::kColumns[column].name, Table::kColumns[column].kind});
+  }
+  return PrintHistory(arguments.history, RowsStatement(*query), columns);
+}
+
+void AddFilterOptions(Options options, FilterTexts& filter) {
+  options.Texts("--ip", filter.ips, "Only this address, or block of addresses such as 10.0.0.0/8")
+      .Named("ADDRESS")
+      .OneEachTime();
+  options.Texts("--process", filter.processes, "Only this program: its path, or a pattern with %")
+      .Named("PATH")
+      .OneEachTime();
+  options.Texts("--port", filter.ports, "Only this port").Named("PORT").OneEachTime();
+  options.Texts("--proto", filter.protocols, "Only what spoke this protocol, such as SSH or tcp")
+      .Named("NAME")
+      .OneEachTime();
+  options.Texts("--md5", filter.md5s, "Only the program of this MD5 digest").Named("HEX").OneEachTime();
+  options.Texts("--qid", filter.qids, "Only the program of this identity").Named("HEX").OneEachTime();
 }
 
 }  // namespace
@@ -75,13 +82,17 @@ int Run(const Arguments& arguments) {
 Command AddQuery(Program& program) {
   const auto arguments = std::make_shared<Arguments>();
   Options options = program.AddCommand("query", "Print the stored connections");
-  AddDataOption(options, arguments->dataFolder);
-  constexpr char kTimes[] = "a date, an RFC 3339 time, epoch seconds, or an age such as 7d or 12h";
-  options.Text("--since", arguments->since, std::string("Only what was seen then or later: ") + kTimes);
-  options.Text("--until", arguments->until, "Only what was seen then or earlier");
-  options.Text("--format", arguments->format, "How rows are printed")
-      .OneOf({"table", "json", "jsonl", "csv", "line"})
-      .ShowDefault();
+  AddDataOption(options, arguments->history.dataFolder);
+  AddRangeOptions(options, arguments->history);
+  AddFilterOptions(options, arguments->filter);
+  options.Text("--columns", arguments->columns, "Which columns, in this order: a list with commas").Named("NAMES");
+  options
+      .Texts("--order", arguments->order,
+             "Sort by a column; COLUMN:desc has the largest first. Else as stored, day by day")
+      .Named("COLUMN[:asc|desc]")
+      .OneEachTime();
+  options.Text("--limit", arguments->limit, "Print so many rows at most").Named("N");
+  AddFormatOption(options, arguments->history);
   return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }
 

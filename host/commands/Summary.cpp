@@ -35,6 +35,10 @@ u64 NumberOf(const Cell& cell) {
   if (const i64* number = std::get_if<i64>(&cell)) {
     return *number < 0 ? 0 : static_cast<u64>(*number);
   }
+  if (const double* real = std::get_if<double>(&cell)) {
+    constexpr double kEnd = 18446744073709551616.0;
+    return *real >= kEnd ? ~u64{0} : *real > 0 ? static_cast<u64>(*real) : 0;
+  }
   const std::string* text = std::get_if<std::string>(&cell);
   return text == nullptr ? 0 : Text::ReadCount(*text, ~u64{0}).value_or(0);
 }

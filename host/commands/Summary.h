@@ -10,7 +10,8 @@
 
 namespace Host::Commands {
 
-// A whole number that is not negative, also one whose digits came as a text; 0 for anything else.
+// A number that is not negative: whole, real (numbers past those of SQL) or as the digits of a text; 0 for anything
+// else.
 u64 NumberOf(const Cell& cell);
 // A text as it is, a number as its digits.
 std::string TextOf(const Cell& cell);

@@ -81,7 +81,7 @@ TEST(RowsStatement, ParametersStandInTheOrderOfTheText) {
                                              .limit = 5});
   EXPECT_EQ(statement.text,
             "SELECT port FROM edr_netdb WHERE (last_seen >= ?) AND (first_seen <= ?) AND "
-            "(+ip IN (?, ?) OR in_cidr(+ip, ?)) AND (+proc_fpath = ? OR +proc_fpath LIKE ?) AND (port = ?) AND "
+            "(+ip IN (?, ?) OR in_cidr(ip, ?)) AND (+proc_fpath = ? OR +proc_fpath LIKE ?) AND (port = ?) AND "
             "(instr(',' || protos || ',', ?) > 0 OR instr(',' || protos || ',', ?) > 0) AND (proc_md5 = ?) AND "
             "(proc_qid = ?) LIMIT ?");
   EXPECT_THAT(statement.parameters,

@@ -112,6 +112,9 @@ TEST(NumberOf, TakesNumbersAndDigits) {
   EXPECT_EQ(NumberOf(Cell(i64{-5})), 0U);
   EXPECT_EQ(NumberOf(Cell(std::string("18446744073709551615"))), ~u64{0});
   EXPECT_EQ(NumberOf(Cell(std::string("x"))), 0U);
+  EXPECT_EQ(NumberOf(Cell(18446744073709551615.0)), ~u64{0});
+  EXPECT_EQ(NumberOf(Cell(9223372036854775808.0)), u64{1} << 63);
+  EXPECT_EQ(NumberOf(Cell(-1.0)), 0U);
   EXPECT_EQ(NumberOf(Cell()), 0U);
 }
 
@@ -174,8 +177,8 @@ TEST(SummaryTable, NarrowTerminalCutsPathsAtTheirStart) {
   const std::string wide = SummaryTable({"203.0.113.9", true, true}, summary, {200, false});
   EXPECT_EQ(wide, SummaryTable({"203.0.113.9", true, true}, summary, {}));
   EXPECT_THAT(SummaryTable({"203.0.113.9", true, true}, summary, {40, false}),
-              HasSubstr("\n  \xE2\x80\xA6y/to/the/program      1  0 bytes\n"));
-  EXPECT_THAT(SummaryTable({"203.0.113.9", true, true}, summary, {5, false}), HasSubstr("\xE2\x80\xA6the/program  "));
+              HasSubstr("\n  \xE2\x80\xA6ng/way/to/the/program      1  0 bytes\n"));
+  EXPECT_THAT(SummaryTable({"203.0.113.9", true, true}, summary, {5, false}), HasSubstr("\xE2\x80\xA6o/the/program  "));
 }
 
 TEST(SummaryTable, PathCannotSteerTheTerminal) {

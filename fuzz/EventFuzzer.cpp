@@ -93,6 +93,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const u32 type = Module::EventReader(record.data()).GetType();
   const Module::EventKind kind = Module::ClassifyEvent(type);
+  if (kind == Module::EventKind::kNetDbQuery || kind == Module::EventKind::kTableQuery) {
+    return 0;  // QueryEventFuzzer.cpp; they reach further
+  }
   const bool isConnection = kind >= Module::EventKind::kNewConnection;
   Require(intake.Handle(record.data()) == isConnection);
   NetDB::BacklogMessage message;

@@ -3,27 +3,16 @@
 #include <string>
 
 #include <google/protobuf/arena.h>
-#include <google/protobuf/util/json_util.h>
 
-#include "osquery/netdb_osquery_schema/netdb_osquery_schema.pb.h"
 #include "osquery/osquery/OSQueryLog.h"
 #include "osquery/osquery/OSQueryOutput.h"
+#include "osquery/osquery/RowLibrary.h"
 
 namespace RYL::NetDB::OSQuery {
 
 namespace {
 
 constexpr int kReservedLength = 2048;
-
-// What MessageToJsonString says of its success is not looked at: its text stands as it is.
-std::string RenderMessage(const edr_netdb& message) {
-  google::protobuf::util::JsonPrintOptions options;
-  options.add_whitespace = true;
-  options.preserve_proto_field_names = true;
-  std::string json;
-  static_cast<void>(google::protobuf::util::MessageToJsonString(message, &json, options));
-  return json;
-}
 
 }  // namespace
 
@@ -34,7 +23,7 @@ bool OSQueryOutput::ToJson(Velmar::Utils::String& out) {
   }
   bool written = false;
   try {
-    written = out.Create(kReservedLength) && AppendJson(out);
+    written = CanRenderRows() && out.Create(kReservedLength) && AppendJson(out);
   } catch (const std::exception&) {
     written = false;
   }
@@ -48,6 +37,7 @@ bool OSQueryOutput::ToJson(Velmar::Utils::String& out) {
 bool OSQueryOutput::AppendJson(Velmar::Utils::String& out) {
   bool written = out.AddFormat(R"({"osquery_msg":{"version":%u,"error":%u,"message_count":%u,"messages":[)", kVersion,
                                error, message_count);
+  std::string json;
   u32 offset = 0;
   const u8* bytes = nullptr;
   u32 size = 0;
@@ -58,7 +48,7 @@ bool OSQueryOutput::AppendJson(Velmar::Utils::String& out) {
       RYL_LOG(osquery, MessageNotParsed, offset - size);
       continue;
     }
-    const std::string json = RenderMessage(*message);
+    RenderRow(*message, size, json);
     written = out.Add(json.data(), static_cast<int>(json.size())) && out.AddChar(',');
   }
   if (written && out.EndsWith(',', false)) {

@@ -6,8 +6,8 @@
 
 #include <google/protobuf/arena.h>
 
-#include "osquery/netdb_osquery_schema/netdb_osquery_schema.pb.h"
 #include "osquery/osquery/OSQueryLog.h"
+#include "osquery/osquery/RowLibrary.h"
 
 namespace RYL::NetDB::OSQuery {
 
@@ -16,12 +16,6 @@ namespace {
 constexpr u32 kErrorOffset = 1;
 constexpr u32 kCountOffset = 5;
 constexpr char kResultName[] = "events";
-
-// libprotobuf would write its complaints to the process's stderr.
-void SilenceLibrary() {
-  static const bool silent = (google::protobuf::SetLogHandler(nullptr), true);
-  static_cast<void>(silent);
-}
 
 }  // namespace
 

@@ -1,14 +1,13 @@
 #include "osquery/osquery/Selectors.h"
 
 #include <cstring>
-#include <exception>
 
 #include "Velmar/Utils/String.h"
 #include "Velmar/Utils/Utf8.h"
 #include "common/HashKind.h"
 #include "common/netdb_storage/RecordText.h"
-#include "osquery/netdb_osquery_schema/netdb_osquery_schema.pb.h"
 #include "osquery/osquery/OSQueryLog.h"
+#include "osquery/osquery/RowLibrary.h"
 
 namespace RYL::NetDB::OSQuery {
 
@@ -146,20 +145,10 @@ constexpr Column kColumns[] = {
     {HashKind("proc_pid"), SelectPid},
 };
 
-// Null when there is no memory for it: it is made at its first use.
-const google::protobuf::Descriptor* MessageDescriptor() {
-  try {
-    return edr_netdb::descriptor();
-  } catch (const std::exception&) {
-    RYL_LOG(osquery, NoDescriptor);
-    return nullptr;
-  }
-}
-
 }  // namespace
 
 u32 ColumnCount() {
-  const google::protobuf::Descriptor* descriptor = MessageDescriptor();
+  const google::protobuf::Descriptor* descriptor = RowDescriptor();
   return descriptor == nullptr ? 0 : static_cast<u32>(descriptor->field_count());
 }
 
@@ -179,7 +168,7 @@ bool AddSelector(const char* column, SelectorArray& selectors) {
 }
 
 bool AddAllSelectors(SelectorArray& selectors) {
-  const google::protobuf::Descriptor* descriptor = MessageDescriptor();
+  const google::protobuf::Descriptor* descriptor = RowDescriptor();
   if (descriptor == nullptr) {
     return false;
   }

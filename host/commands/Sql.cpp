@@ -92,8 +92,7 @@ Outcome RunScript(Actions& actions) {
 
 Outcome RunShell(Table::Database& database, Actions& actions) {
   const Sql::InterruptGuard ignored(nullptr);  // between statements
-  const std::string history = Sql::HistoryFilePath();
-  Sql::LineEditor editor(Sql::PrepareHistoryFile(history) ? history : "", WordsToComplete(database));
+  Sql::LineEditor editor(Sql::HistoryFile(Sql::HistoryFile::UsualPath()), WordsToComplete(database));
   std::cout << "Statements end with a semicolon; .help tells more.\n" << std::flush;
   return Sql::Shell(editor, actions, Sql::Shell::Manner::kInteractive).Run();
 }

@@ -14,22 +14,19 @@
 namespace Host::Sql {
 namespace {
 
-constexpr int kMostEntries = 1000;
-
 struct EditorEnd {
   void operator()(EditLine* editor) const { el_end(editor); }
 };
 struct HistoryEnd {
   void operator()(History* history) const { history_end(history); }
 };
-struct FileEnd {
-  void operator()(FILE* file) const { std::fclose(file); }
-};
 
 }  // namespace
 
 struct LineEditor::State {
-  std::string historyFile;
+  State(HistoryFile file, std::vector<std::string> known) : historyFile(std::move(file)), words(std::move(known)) {}
+
+  HistoryFile historyFile;
   std::vector<std::string> words;
   std::string prompt;
   bool dropped = false;
@@ -103,30 +100,38 @@ void UseLocale() {
   }
 }
 
+void BindKeys(Editor* editor) {
+  // Keys, not signals, while a line is edited: an interrupted read of the terminal would be the end of the input.
+  el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
+  el_set(editor, EL_BIND, "^C", "netdb-drop", nullptr);
+  el_set(editor, EL_BIND, "^Z", "netdb-stop", nullptr);
+  el_set(editor, EL_BIND, "^I", "netdb-complete", nullptr);
+  el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+}
+
 }  // namespace
 
-LineEditor::LineEditor(const std::string& historyFile, std::vector<std::string> words)
-    : state_(std::make_unique<State>()) {
+LineEditor::LineEditor(HistoryFile historyFile, std::vector<std::string> words)
+    : state_(std::make_unique<State>(std::move(historyFile), std::move(words))) {
   UseLocale();
   State& state = *state_;
-  state.historyFile = historyFile;
-  state.words = std::move(words);
   state.history.reset(history_init());
   state.editor.reset(el_init("netdb", stdin, stdout, stderr));
   if (state.history == nullptr || state.editor == nullptr) {
     throw std::runtime_error("the terminal cannot be used");
   }
   HistEvent event = {};
-  ::history(state.history.get(), &event, H_SETSIZE, kMostEntries);
+  ::history(state.history.get(), &event, H_SETSIZE, static_cast<int>(HistoryFile::kMostEntries));
   ::history(state.history.get(), &event, H_SETUNIQUE, 1);
-  if (!historyFile.empty() && ::history(state.history.get(), &event, H_LOAD, historyFile.c_str()) > kMostEntries) {
-    ::history(state.history.get(), &event, H_SAVE, historyFile.c_str());
+  for (const std::string& entry : state.historyFile.Open()) {
+    ::history(state.history.get(), &event, H_ENTER, entry.c_str());
   }
 
   Editor* editor = state.editor.get();
   const auto prompt = +[](Editor* client) { return StateOf<State>(client).prompt.data(); };
   const auto drop = +[](Editor* client, int) -> unsigned char {
     StateOf<State>(client).dropped = true;
+    std::fputs("^C\n", stdout);
     return CC_NEWLINE;
   };
   const auto complete = +[](Editor* client, int) { return CompleteWord(client, StateOf<State>(client).words); };
@@ -137,13 +142,8 @@ LineEditor::LineEditor(const std::string& historyFile, std::vector<std::string> 
   el_set(editor, EL_ADDFN, "netdb-drop", "Drop the line", drop);
   el_set(editor, EL_ADDFN, "netdb-stop", "Stop the program", StopProgram);
   el_set(editor, EL_ADDFN, "netdb-complete", "Complete a word", complete);
-  // Keys, not signals, while a line is edited: an interrupted read of the terminal would be the end of the input.
-  el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
-  el_set(editor, EL_BIND, "^C", "netdb-drop", nullptr);
-  el_set(editor, EL_BIND, "^Z", "netdb-stop", nullptr);
-  el_set(editor, EL_BIND, "^I", "netdb-complete", nullptr);
-  el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
-  el_source(editor, nullptr);
+  BindKeys(editor);
+  el_source(editor, nullptr);  // what the user wants otherwise
 }
 
 LineEditor::~LineEditor() = default;
@@ -171,14 +171,8 @@ LineSource::Got LineEditor::Read(const std::string& prompt, std::string& line) {
 
 void LineEditor::Remember(const std::string& entry) {
   HistEvent event = {};
-  const bool isNew = ::history(state_->history.get(), &event, H_ENTER, entry.c_str()) == 1;
-  if (!isNew || state_->historyFile.empty()) {
-    return;
-  }
-  const std::unique_ptr<FILE, FileEnd> file(std::fopen(state_->historyFile.c_str(), "ae"));
-  if (file != nullptr) {
-    std::fseek(file.get(), 0, SEEK_END);  // the first entry of a file is written below a mark
-    ::history(state_->history.get(), &event, H_NSAVE_FP, std::size_t{1}, file.get());
+  if (::history(state_->history.get(), &event, H_ENTER, entry.c_str()) == 1) {  // not the last one again
+    state_->historyFile.Add(entry);
   }
 }
 

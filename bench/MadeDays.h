@@ -64,6 +64,7 @@ inline BacklogMessage MakeMessage(u64 day, u32 number) {
   message.protocols = 0x0840;
   message.timestamp = day + number % 86400;
   message.bytes_in = Scatter(number) % 100000;
+  message.bytes_out = (Scatter(number) >> 7) % 3000;
   return message;
 }
 

@@ -153,6 +153,7 @@ LineSource::Got LineEditor::Read(const std::string& prompt, std::string& line) {
   state.prompt = prompt;
   state.dropped = false;
   el_resize(state.editor.get());
+  el_set(state.editor.get(), EL_PREP_TERM, 1);  // before the prompt: what follows it is keys
   int size = 0;
   const char* text = el_gets(state.editor.get(), &size);
   if (state.dropped) {

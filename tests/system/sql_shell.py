@@ -68,7 +68,7 @@ def dot_commands(folder):
 
 def errors_do_not_end_the_shell(folder):
     with Shell(folder) as shell:
-        check("netdb: no such column: nothing" in shell.ask("SELECT nothing FROM edr_netdb;"), "no message")
+        check("netdb: no such column: nowhere" in shell.ask("SELECT nowhere FROM edr_netdb;"), "no message")
         check(shell.ask("SELECT 41 + 1 AS n;").startswith(" n\n42\n(1 row, "), "the shell is not there any more")
         shell.leave(CTRL_D)
 

@@ -38,7 +38,10 @@ std::string ConstraintGenerator::Recased(std::string text) {
 ConstraintSet ConstraintGenerator::Next() {
   about_ = &Pick(rows_);
   ConstraintSet set;
-  const u64 columns = 1 + Below(4);
+  if (Chance(10)) {
+    set = Lasting();
+  }
+  const u64 columns = set.size() + 1 + Below(4);
   while (set.size() < columns) {
     std::string name = Chance(2) ? "proc_name" : Pick(kColumns);
     name = Chance(10) ? Recased(name) : name;
@@ -48,6 +51,13 @@ ConstraintSet ConstraintGenerator::Next() {
     }
   }
   return set;
+}
+
+ConstraintSet ConstraintGenerator::Lasting() {
+  const edr_netdb& row = Row().shown;
+  const u64 middle = (row.first_seen() + row.last_seen()) / 2;
+  return {{"first_seen", "BIGINT", true, {{8, NumberValue(middle + 1000)}}},
+          {"last_seen", "BIGINT", true, {{32, NumberValue(middle - 1000)}}}};
 }
 
 std::string ConstraintGenerator::NextColumns(std::vector<std::string>& chosen) {
@@ -146,9 +156,11 @@ Value ConstraintGenerator::NextValue(const std::string& column, u64 op) {
 }
 
 Value ConstraintGenerator::AddressValue() {
-  static const char* const kOthers[] = {"::1", "2001:db8::1", "1:2",          "256.1.1.1", "1.2.3", "1.2.3.04",
-                                        "",    "1.2.3.4 ",    "203.0.113.77", "localhost"};
-  return Value::Text(Chance(6) ? Pick(kOthers) : Row().shown.ip());
+  static const char* const kOthers[] = {"256.1.1.1", "1.2.3", "1.2.3.04", "", "1.2.3.4 ", "203.0.113.77", "localhost"};
+  if (Chance(4)) {
+    return Value::Text(Chance(80) ? "2001:db8::1" : "1:2");
+  }
+  return Value::Text(Chance(4) ? Pick(kOthers) : Row().shown.ip());
 }
 
 Value ConstraintGenerator::TimeValue() {

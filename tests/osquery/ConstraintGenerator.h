@@ -31,6 +31,8 @@ class ConstraintGenerator {
   // With letters in other cases.
   std::string Recased(std::string text);
 
+  // The rows that were there at a time: the two columns narrow one range, and differently from how they read.
+  ConstraintSet Lasting();
   ColumnConditions NextColumn(const std::string& name);
   u64 NextOperator(const std::string& column);
   Value NextValue(const std::string& column, u64 op);

@@ -50,8 +50,7 @@ bool NetDBManager::HandleEvent(const void* event, Events::ExternalData* external
     return HandleQuery(static_cast<const Events::Objects::NetDbQuery*>(event), external);
   }
   if (kind == EventKind::kTableQuery) {
-    RYL_LOG(ryl_netdb, QueryTypeRefused, type);
-    return false;
+    return HandleOSQuery(static_cast<const Events::Objects::StorageTableQuery*>(event), external);
   }
   if (kind == EventKind::kUnknown) {
     RYL_LOG(ryl_netdb, EventTypeRefused, type, reader.GetFirstBytes());

@@ -154,10 +154,6 @@ TEST_F(HandleEventTest, UnknownTypeIsRefused) {
   }
 }
 
-TEST_F(HandleEventTest, QueryTypesAreRefused) {
-  ExpectIgnored(EventBuilder(221).Address("198.51.100.7"), false, {"5 ryl_netdb.QueryTypeRefused"});
-}
-
 TEST_F(HandleEventTest, DisabledModuleIgnoresEventsAndQueries) {
   Settings().netdb_enabled.Set(false);
   for (const u32 type : {185U, 68U, 221U, 5U}) {

@@ -18,6 +18,10 @@ struct NetDBManagerTestAccess {
   static void SetHost(NetDBManager& manager, ModuleHost* host) { manager.host = host; }
   static EventLookup* GetEventLookup(NetDBManager& manager) { return manager.event_lookup; }
   static FileHashService* GetFileHashService(NetDBManager& manager) { return manager.file_hash_service; }
+  static bool HandleOSQuery(NetDBManager& manager, const Events::Objects::StorageTableQuery* event,
+                            Events::ExternalData* external) {
+    return manager.HandleOSQuery(event, external);
+  }
   static bool ReadSettings(NetDBManager& manager, SettingsSource* source) { return manager.ReadSettings(source); }
   static bool HandleQuery(NetDBManager& manager, const Events::Objects::NetDbQuery* event) {
     return manager.HandleQuery(event, nullptr);

@@ -5,11 +5,11 @@
 #include "host/Types.h"
 #include "host/agent/ProcessRegistry.h"
 #include "host/agent/ReplyReceiver.h"
-#include "host/commands/HistoryReader.h"
 #include "host/events/ConnectionRecord.h"
 #include "host/events/NetDbQueryRecord.h"
 #include "host/events/TableQueryRecord.h"
 #include "tests/host/FakeModule.h"
+#include "tests/host/StoredRecords.h"
 #include "tests/host/TemporaryFolder.h"
 
 namespace {
@@ -182,13 +182,9 @@ TEST(ModuleSession, DisabledModuleTakesAndLeavesOut) {
   session.Apply(PolicyOf("netdb_enabled = true"));
   EXPECT_EQ(session.Send(Event(185)), Outcome::kTaken);
   EXPECT_TRUE(session.Close());
-  int rows = 0;
-  const auto count = [&rows](const Commands::HistoryReader::Row& row) {
-    rows += static_cast<int>(row.conns_total);
-    return true;
-  };
-  EXPECT_EQ(Commands::HistoryReader(folder.Path()).Read({}, count), Commands::HistoryReader::Result::kDone);
-  EXPECT_EQ(rows, 1);
+  const std::vector<StoredRecord> rows = StoredRecords(folder.Path());
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(rows[0].conns_total, 1U);
 }
 
 TEST(ModuleSession, ClosedSessionReportsNothing) {
@@ -245,20 +241,13 @@ TEST(ModuleSession, StoresWhatWasSentWithItsProcess) {
   EXPECT_EQ(session.Send(PackConnection(record)), Outcome::kTaken);
   EXPECT_TRUE(session.Close());
 
-  int rows = 0;
-  Commands::HistoryReader reader(folder.Path());
-  EXPECT_EQ(reader.Read({},
-                        [&rows](const Commands::HistoryReader::Row& row) {
-                          ++rows;
-                          EXPECT_STREQ(row.proc_fpath, "/usr/bin/curl");
-                          EXPECT_EQ(row.proc_pid, 1234);
-                          EXPECT_EQ(row.proc_puid, 9U);
-                          EXPECT_EQ(row.proc_md5[15], 0xAB);
-                          EXPECT_EQ(row.conns_in, 1U);
-                          return true;
-                        }),
-            Commands::HistoryReader::Result::kDone);
-  EXPECT_EQ(rows, 1);
+  const std::vector<StoredRecord> rows = StoredRecords(folder.Path());
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_STREQ(rows[0].proc_fpath, "/usr/bin/curl");
+  EXPECT_EQ(rows[0].proc_pid, 1234);
+  EXPECT_EQ(rows[0].proc_puid, 9U);
+  EXPECT_EQ(rows[0].proc_md5[15], 0xAB);
+  EXPECT_EQ(rows[0].conns_in, 1U);
 }
 
 }  // namespace

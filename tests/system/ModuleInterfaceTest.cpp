@@ -9,8 +9,8 @@
 #include "RYL/Comm/INetDBQuery.h"
 #include "Velmar/OS/Path.h"
 #include "host/agent/ModuleLoader.h"
-#include "host/render/Rows.h"
 #include "tests/host/Program.h"
+#include "tests/host/StoredRecords.h"
 #include "tests/host/TemporaryFolder.h"
 #include "tests/support/FakeHost.h"
 
@@ -28,13 +28,13 @@ std::vector<std::string> SortedLines(const std::string& text) {
   return lines;
 }
 
-bool WriteRow(const INetDBQuery::Record& row, void* writer) {
-  static_cast<Host::Render::RowWriter*>(writer)->Write(row);
+bool AddLine(const INetDBQuery::Record& row, void* lines) {
+  static_cast<std::vector<std::string>*>(lines)->push_back(RecordJson(row));
   return true;
 }
 
-// The rows of the folder as JSON lines, by the interface of a module that runs.
-std::string WalkInterface(const std::string& dataFolder) {
+// The rows of the folder as JSON lines in order, by the interface of a module that runs.
+std::vector<std::string> WalkInterface(const std::string& dataFolder) {
   std::string error;
   Host::ModuleLoader loader;
   EXPECT_TRUE(Velmar::OS::Path::SetVariable("P", dataFolder.c_str()));
@@ -47,12 +47,11 @@ std::string WalkInterface(const std::string& dataFolder) {
   EXPECT_TRUE(loader.Module()->Initialize(&host, &settings));
   EXPECT_TRUE(loader.Module()->Start());
   auto* query = static_cast<INetDBQuery*>(loader.Module()->QueryInterface(1007));
-  std::ostringstream out;
-  const auto writer = Host::Render::MakeRowWriter({.format = Host::Render::Format::kJsonl}, out);
-  EXPECT_TRUE(query->Iterate(&WriteRow, writer.get(), 0, ~Velmar::u64{0}));
-  writer->Finish();
+  std::vector<std::string> lines;
+  EXPECT_TRUE(query->Iterate(&AddLine, &lines, 0, ~Velmar::u64{0}));
   EXPECT_TRUE(loader.Module()->Stop());
-  return out.str();
+  std::sort(lines.begin(), lines.end());
+  return lines;
 }
 
 TEST(ModuleInterface, WalksTheRowsThatTheProgramPrints) {
@@ -63,7 +62,7 @@ TEST(ModuleInterface, WalksTheRowsThatTheProgramPrints) {
   ASSERT_EQ(query.exitCode, 0) << query.err;
   const std::vector<std::string> printed = SortedLines(query.out);
   EXPECT_GT(printed.size(), 10U);
-  EXPECT_EQ(SortedLines(WalkInterface(folder.Path())), printed);
+  EXPECT_EQ(WalkInterface(folder.Path()), printed);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "host/commands/HistoryReader.h"
+#include "host/commands/HistoryRun.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,37 +10,40 @@ namespace {
 
 using namespace Host;
 using namespace Host::Commands;
-using Result = HistoryReader::Result;
 
 constexpr u64 kDay = 1699920000;
 constexpr u64 kNextDay = kDay + 86400;
 
-class HistoryReaderTest : public testing::Test {
+class HistoryRunTest : public testing::Test {
  protected:
   // Last octets of the addresses in the range, in order.
-  std::vector<int> Octets(u64 since, u64 until, Result expected = Result::kDone) {
+  std::vector<int> Octets(u64 since, u64 until, ExitCode expected = kDone) {
     std::vector<int> octets;
-    EXPECT_EQ(reader_.Read({since, until},
-                           [&octets](const HistoryReader::Row& row) {
-                             octets.push_back(row.address[3]);
-                             return true;
-                           }),
+    const RowQuery query = {.filter = {.range = {since, until}}, .columns = {0}};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunHistory(folder_.Path(), RowsStatement(query),
+                         [&octets](const std::vector<Cell>& cells) {
+                           const std::string& ip = std::get<std::string>(cells[0]);
+                           octets.push_back(std::stoi(ip.substr(ip.rfind('.') + 1)));
+                           return true;
+                         }),
               expected);
+    said_ = testing::internal::GetCapturedStderr();
     return octets;
   }
 
   std::string DayFile(u64 day) { return folder_.Path("netdb/" + std::to_string(day) + ".db"); }
 
   TemporaryFolder folder_;
-  HistoryReader reader_{folder_.Path()};
+  std::string said_;  // by the last run, on standard error
 };
 
-TEST_F(HistoryReaderTest, DaysComeInOrder) {
+TEST_F(HistoryRunTest, DaysComeInOrder) {
   PutHistory(folder_.Path(), {{kNextDay + 5, 3}, {kDay + 5, 1}, {kNextDay + 86400, 4}, {kDay + 6, 2}});
   EXPECT_THAT(Octets(0, ~u64{0}), testing::ElementsAre(1, 2, 3, 4));
 }
 
-TEST_F(HistoryReaderTest, BothEndsOfTheRangeCount) {
+TEST_F(HistoryRunTest, BothEndsOfTheRangeCount) {
   PutHistory(folder_.Path(), {{kDay + 100, 1}, {kDay + 200, 2}, {kDay + 300, 3}});
   EXPECT_THAT(Octets(kDay + 100, kDay + 200), testing::ElementsAre(1, 2));
   EXPECT_THAT(Octets(kDay + 101, kDay + 199), testing::IsEmpty());
@@ -48,7 +51,7 @@ TEST_F(HistoryReaderTest, BothEndsOfTheRangeCount) {
   EXPECT_THAT(Octets(kDay + 301, ~u64{0}), testing::IsEmpty());
 }
 
-TEST_F(HistoryReaderTest, RowThatSpansTheRangeIsIn) {
+TEST_F(HistoryRunTest, RowThatSpansTheRangeIsIn) {
   PutHistory(folder_.Path(), {{kDay + 100, 1, kDay + 900}});
   EXPECT_THAT(Octets(kDay + 400, kDay + 500), testing::ElementsAre(1));
   EXPECT_THAT(Octets(0, kDay + 100), testing::ElementsAre(1));
@@ -57,7 +60,7 @@ TEST_F(HistoryReaderTest, RowThatSpansTheRangeIsIn) {
   EXPECT_THAT(Octets(0, kDay + 99), testing::IsEmpty());
 }
 
-TEST_F(HistoryReaderTest, FilteredFileOfTheSameDayIsReadToo) {
+TEST_F(HistoryRunTest, FilteredFileOfTheSameDayIsReadToo) {
   PutHistory(folder_.Path(), {{kDay + 1, 1}});
   std::filesystem::rename(DayFile(kDay), DayFile(kDay) + ".f");
   PutHistory(folder_.Path() + "/other", {{kDay + 2, 2}});
@@ -65,19 +68,18 @@ TEST_F(HistoryReaderTest, FilteredFileOfTheSameDayIsReadToo) {
   EXPECT_THAT(Octets(0, ~u64{0}), testing::UnorderedElementsAre(1, 2));
 }
 
-TEST_F(HistoryReaderTest, DamagedFileIsNamedAndTheOthersAreRead) {
+TEST_F(HistoryRunTest, DamagedFileIsNamedAndTheOthersAreRead) {
   PutHistory(folder_.Path(), {{kDay + 1, 1}, {kNextDay + 1, 2}});
   folder_.Put("netdb/" + std::to_string(kDay) + ".db", "damaged");
-  EXPECT_THAT(Octets(0, ~u64{0}, Result::kPartial), testing::ElementsAre(2));
-  ASSERT_EQ(reader_.Problems().size(), 1U);
-  EXPECT_EQ(reader_.Problems()[0], DayFile(kDay) + " is damaged or cannot be read; its rows are missing");
+  EXPECT_THAT(Octets(0, ~u64{0}, kPartial), testing::ElementsAre(2));
+  EXPECT_EQ(said_, "netdb: " + DayFile(kDay) + " is damaged or cannot be read; its rows are missing\n");
   EXPECT_THAT(Octets(kNextDay, ~u64{0}), testing::ElementsAre(2)) << "the damaged day is not asked for";
 }
 
-TEST_F(HistoryReaderTest, FileUnderAnotherDaysNameIsDamaged) {
+TEST_F(HistoryRunTest, FileUnderAnotherDaysNameIsDamaged) {
   PutHistory(folder_.Path(), {{kDay + 1, 1}});
   std::filesystem::copy(DayFile(kDay), DayFile(kNextDay));
-  EXPECT_THAT(Octets(0, ~u64{0}, Result::kPartial), testing::ElementsAre(1));
+  EXPECT_THAT(Octets(0, ~u64{0}, kPartial), testing::ElementsAre(1));
 }
 
 template <class T>
@@ -104,7 +106,7 @@ void PutTable(RYL::NetDB::DayStore& store, const char* key, const std::string& b
       nullptr));
 }
 
-TEST_F(HistoryReaderTest, RowOfAMissingProcessIsDamage) {
+TEST_F(HistoryRunTest, RowOfAMissingProcessIsDamage) {
   namespace Flags = Velmar::Collections::DB::StoreFlags;
   PutHistory(folder_.Path(), {{kNextDay + 1, 2}});
   {
@@ -118,11 +120,11 @@ TEST_F(HistoryReaderTest, RowOfAMissingProcessIsDamage) {
     PutTable(store, "4", Table(1, 0x40000, 0x10000400, std::string("\xCB\0\x71\1", 4) + std::string(42, '\0')));
     ASSERT_TRUE(store.Save());
   }
-  EXPECT_THAT(Octets(0, ~u64{0}, Result::kPartial), testing::ElementsAre(2));
-  EXPECT_THAT(reader_.Problems(), testing::ElementsAre("the rows of 2023-11-14 are damaged; some are missing"));
+  EXPECT_THAT(Octets(0, ~u64{0}, kPartial), testing::ElementsAre(2));
+  EXPECT_EQ(said_, "netdb: the rows of 2023-11-14 are damaged; some are missing\n");
 }
 
-TEST_F(HistoryReaderTest, OtherFilesAreLeftAlone) {
+TEST_F(HistoryRunTest, OtherFilesAreLeftAlone) {
   PutHistory(folder_.Path(), {{kDay + 1, 1}});
   folder_.Put("netdb/" + std::to_string(kDay) + ".temp", "a save under way");
   folder_.Put("netdb/cache.4.db", "x");
@@ -130,17 +132,30 @@ TEST_F(HistoryReaderTest, OtherFilesAreLeftAlone) {
   EXPECT_THAT(Octets(0, ~u64{0}), testing::ElementsAre(1));
 }
 
-TEST_F(HistoryReaderTest, MissingFolderIsAnErrorAndIsNotMade) {
-  EXPECT_THAT(Octets(0, ~u64{0}, Result::kNoFolder), testing::IsEmpty());
-  EXPECT_EQ(reader_.Problems()[0], "there is no history: the folder " + folder_.Path("netdb") + " does not exist");
+TEST_F(HistoryRunTest, MissingFolderIsAnErrorAndIsNotMade) {
+  EXPECT_THAT(Octets(0, ~u64{0}, kFailed), testing::IsEmpty());
+  EXPECT_EQ(said_, "netdb: there is no history: the folder " + folder_.Path("netdb") + " does not exist\n");
   EXPECT_FALSE(std::filesystem::exists(folder_.Path("netdb")));
 }
 
-TEST_F(HistoryReaderTest, SinkEndsTheWalkWithoutAProblem) {
+TEST_F(HistoryRunTest, TakerEndsTheRunWithoutAProblem) {
   PutHistory(folder_.Path(), {{kDay + 1, 1}, {kDay + 2, 2}, {kNextDay + 1, 3}});
+  folder_.Put("netdb/" + std::to_string(kNextDay) + ".db", "damaged, and never read");
   int rows = 0;
-  EXPECT_EQ(reader_.Read({}, [&rows](const HistoryReader::Row& /*row*/) { return ++rows < 2; }), Result::kDone);
+  const RowQuery query = {.columns = {0}};
+  EXPECT_EQ(RunHistory(folder_.Path(), RowsStatement(query),
+                       [&rows](const std::vector<Cell>& /*cells*/) { return ++rows < 2; }),
+            kDone);
   EXPECT_EQ(rows, 2);
+}
+
+TEST_F(HistoryRunTest, StatementThatIsNoneFails) {
+  PutHistory(folder_.Path(), {{kDay + 1, 1}});
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(RunHistory(folder_.Path(), {"SELECT unknown FROM edr_netdb", {}},
+                       [](const std::vector<Cell>& /*cells*/) { return true; }),
+            kFailed);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "netdb: no such column: unknown\n");
 }
 
 }  // namespace

@@ -61,6 +61,9 @@ void LogWatch::Receive(const Velmar::Log::Record& record, std::va_list arguments
     case Intake::AddGivenUp::kId:
       ++watch->lostMessages_;
       break;
+    case Storage::QueryFileTimed::kId:
+      ++watch->queriedFiles_;
+      return;
     case Intake::DumpFailed::kId:
       ++watch->failedDumps_;
       break;

@@ -35,7 +35,9 @@ class LogWatch {
   [[nodiscard]] u64 LostDumps() const { return lostDumps_; }
   // The module's worker ended by itself: what is queued stays unstored.
   [[nodiscard]] bool WorkerEnded() const { return workerEnded_; }
-  // Paths of the day files that a query passed over.
+  // Day files that queries came to.
+  [[nodiscard]] u64 QueriedFiles() const { return queriedFiles_; }
+  // Paths of those among them that were passed over.
   [[nodiscard]] std::vector<std::string> SkippedFiles() const;
   // Name of the last day file of which a deletion failed, also one that was made good later.
   [[nodiscard]] std::string UndeletedFile() const;
@@ -49,6 +51,7 @@ class LogWatch {
   std::atomic<u64> lostMessages_{0};
   std::atomic<u64> failedDumps_{0};
   std::atomic<u64> lostDumps_{0};
+  std::atomic<u64> queriedFiles_{0};
   std::atomic<bool> workerEnded_{false};
   mutable std::mutex mutex_;
   std::vector<std::string> skippedFiles_;

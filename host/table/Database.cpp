@@ -80,7 +80,7 @@ int BindCell(sqlite3_stmt* statement, int place, const Cell& cell) {
 }  // namespace
 
 struct Database::State {
-  explicit State(std::string folder) : dataFolder(std::move(folder)) { context.folder = DatabaseFolder(dataFolder); }
+  explicit State(std::string folder) : dataFolder(std::move(folder)), context(DatabaseFolder(dataFolder)) {}
 
   int SetUp();
   Outcome Fail(int code, std::string& error) const;

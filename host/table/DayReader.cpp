@@ -1,10 +1,8 @@
 #include "host/table/DayReader.h"
 
 #include <limits>
-#include <set>
 
 #include "Velmar/OS/FileSystem.h"
-#include "common/netdb_storage/DBManager.h"
 #include "host/agent/LogWatch.h"
 #include "host/text/TimeText.h"
 #include "osquery/osquery/TableQuery.h"
@@ -12,19 +10,11 @@
 namespace Host::Table {
 namespace {
 
-using RYL::NetDB::DBManager;
 using Velmar::OS::FileSystem;
 namespace OSQuery = RYL::NetDB::OSQuery;
 
 constexpr u32 kNoLimit = std::numeric_limits<u32>::max();
 constexpr std::size_t kDateLength = 10;
-// A filter job renames a file between the walk's look at the folder and its opening: the next look finds it.
-constexpr int kLooks = 3;
-
-std::string Unread(const std::string& path) {
-  return path + " is damaged or cannot be read; its rows are missing";
-}
-
 std::string DateOf(u64 day) {
   return Text::FormatUtc(day).substr(0, kDateLength);
 }
@@ -38,60 +28,45 @@ struct DayReader::Answer {
   u32 offset = 0;
 };
 
-std::vector<u64> ListDays(const std::string& folder, Problems& problems) {
-  std::set<u64> days;
-  std::vector<std::string> misnamed;
-  const auto take = [&days, &misnamed](const char* path, u64 day, u64 /*size*/) {
-    if (day % Text::kSecondsPerDay == 0) {
-      days.insert(day);
-    } else {
-      misnamed.emplace_back(path);
-    }
-    return true;
-  };
-  if (!DBManager::ForEachDBFile(folder.c_str(), false, take, 0, ~u64{0})) {
-    problems.Add("cannot list the folder " + folder);
-  }
-  for (const std::string& path : misnamed) {
-    problems.Add(Unread(path));
-  }
-  return {days.begin(), days.end()};
-}
-
-DayReader::DayReader(std::string folder, Problems& problems) : folder_(std::move(folder)), problems_(problems) {}
+DayReader::DayReader(std::string folder, Problems& problems, const Pause& pause)
+    : folder_(std::move(folder)), problems_(problems), pause_(pause) {}
 
 DayReader::~DayReader() = default;
 
-std::vector<std::string> DayReader::Ask(const std::string& columns, const std::string& constraints, bool& vanished) {
+bool DayReader::Ask(const std::string& columns, const std::string& constraints, std::vector<std::string>& skipped) {
+  skipped.clear();
   answer_.reset();
   answer_ = std::make_unique<Answer>();
-  vanished = false;
-  if (!answer_->output.Init(kNoLimit)) {
-    answer_->output.error = OSQuery::kBufferFull;
-    return {};
+  OSQuery::OSQueryOutput& output = answer_->output;
+  if (!output.Init(kNoLimit)) {
+    output.error = OSQuery::kBufferFull;
+    return true;
   }
   const LogWatch watch;
-  OSQuery::RunTableQuery(folder_.c_str(), columns.c_str(), constraints.c_str(), answer_->selectors, answer_->output);
-  std::vector<std::string> skipped;
+  OSQuery::RunTableQuery(folder_.c_str(), columns.c_str(), constraints.c_str(), answer_->selectors, output);
+  bool whole = output.error != OSQuery::kNoError || watch.QueriedFiles() != 0;
   for (const std::string& path : watch.SkippedFiles()) {
     if (FileSystem::FileExists(path.c_str(), false)) {
       skipped.push_back(path);
     } else {
-      vanished = true;
+      whole = false;
     }
   }
-  return skipped;
+  return whole;
 }
 
+// A dump takes the old file away before it gives the new one its name, and a filter job renames. A file that stays away
+// was deleted, which is no problem.
 bool DayReader::Read(u64 day, const std::string& columns, const std::string& constraints) {
   day_ = day;
-  bool vanished = true;
   std::vector<std::string> skipped;
-  for (int look = 0; look < kLooks && vanished; ++look) {
-    skipped = Ask(columns, constraints, vanished);
+  bool whole = Ask(columns, constraints, skipped);
+  for (int look = 0; look < kLooks && !whole; ++look) {
+    pause_();
+    whole = Ask(columns, constraints, skipped);
   }
   for (const std::string& path : skipped) {
-    problems_.Add(Unread(path));
+    problems_.Add(path + " is damaged or cannot be read; its rows are missing");
   }
   Report();
   return answer_->output.error != OSQuery::kBadQuery;

@@ -7,22 +7,19 @@
 
 #include "host/Types.h"
 #include "host/table/ConstraintText.h"
+#include "host/table/DayList.h"
 #include "host/table/Problems.h"
 #include "osquery/netdb_osquery_schema/netdb_osquery_schema.pb.h"
 
 namespace Host::Table {
-
-// The days (epoch seconds of their starts) of the day files in `folder`, ascending. What has no place in them becomes a
-// problem.
-std::vector<u64> ListDays(const std::string& folder, Problems& problems);
 
 // Holds the rows of one day at a time. Reads files only, takes no lock, makes nothing. Threads: one thread; the log
 // callback is taken while Read runs, so that one at a time in a process reads. A damaged day gives the rows that can be
 // had, and a problem.
 class DayReader {
  public:
-  // `problems` must outlive it.
-  DayReader(std::string folder, Problems& problems);
+  // `problems` and `pause` must outlive it.
+  DayReader(std::string folder, Problems& problems, const Pause& pause);
   ~DayReader();
   DayReader(const DayReader&) = delete;
   DayReader& operator=(const DayReader&) = delete;
@@ -39,12 +36,13 @@ class DayReader {
  private:
   struct Answer;
 
-  // Paths of the files that were passed over and are still there. `vanished`: others are gone.
-  std::vector<std::string> Ask(const std::string& columns, const std::string& constraints, bool& vanished);
+  // One query of the day. False when a file of it was replaced under way. `skipped`: paths that were passed over.
+  bool Ask(const std::string& columns, const std::string& constraints, std::vector<std::string>& skipped);
   void Report();
 
   std::string folder_;
   Problems& problems_;
+  const Pause& pause_;
   std::unique_ptr<Answer> answer_;
   u64 day_ = 0;
   edr_netdb row_;

@@ -99,7 +99,8 @@ int BestIndex(sqlite3_vtab* /*table*/, sqlite3_index_info* info) {
 int OpenCursor(sqlite3_vtab* table, sqlite3_vtab_cursor** result) {
   return Guarded([table, result] {
     TableContext& context = reinterpret_cast<Table*>(table)->context;
-    *result = &(new Cursor{.context = context, .reader = DayReader(context.folder, context.problems)})->base;
+    *result =
+        &(new Cursor{.context = context, .reader = DayReader(context.folder, context.problems, context.pause)})->base;
     return SQLITE_OK;
   });
 }
@@ -182,7 +183,7 @@ int Filter(sqlite3_vtab_cursor* base, int idxNum, const char* idxStr, int argc, 
     cursor.columns = static_cast<u64>(idxNum);
     cursor.columnList = ColumnList(cursor.columns);
     cursor.days.clear();
-    for (const u64 day : ListDays(cursor.context.folder, cursor.context.problems)) {
+    for (const u64 day : cursor.context.days.List()) {
       if (cursor.narrowing.MayHold(day)) {
         cursor.days.push_back(day);
       }

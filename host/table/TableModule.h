@@ -5,15 +5,21 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 
+#include "host/table/DayList.h"
 #include "host/table/Problems.h"
 
 namespace Host::Table {
 
 // What scans of the table need, and what they leave. It must outlive the connection.
 struct TableContext {
-  std::string folder;  // of the day files
+  explicit TableContext(std::string dayFiles) : folder(std::move(dayFiles)) {}
+
+  const std::string folder;  // of the day files
   Problems problems;
+  Pause pause = PauseForSave;
+  DayList days{folder, problems, pause};
   std::atomic<bool> interrupted{false};  // ends scans
 };
 

@@ -176,7 +176,8 @@ TEST_F(TableDatabaseTest, FileNamedAfterNoDayIsAProblem) {
   std::filesystem::create_directories(folder_.Path("netdb"));
   folder_.Put("netdb/" + std::to_string(kDay + 1) + ".db", bytes.Bytes());
   EXPECT_THAT(Rows("SELECT * FROM edr_netdb"), IsEmpty());
-  EXPECT_THAT(database_->TakeProblems(), ElementsAre(Damaged(DayFile(kDay + 1))));
+  EXPECT_THAT(database_->TakeProblems(),
+              ElementsAre(DayFile(kDay + 1) + " is not named after a day; its rows are missing"));
 }
 
 TEST_F(TableDatabaseTest, RowOfAMissingProcessEndsItsDayAlone) {

@@ -16,11 +16,12 @@ constexpr u64 kNextDay = kDay + 86400;
 class TableModuleTest : public testing::Test {
  protected:
   void SetUp() override {
-    context_.folder = folder_.Path("netdb");
     ASSERT_EQ(sqlite3_open(":memory:", &db_), SQLITE_OK);
     ASSERT_EQ(Host::Table::RegisterTable(db_, context_), SQLITE_OK);
   }
   void TearDown() override { EXPECT_EQ(sqlite3_close(db_), SQLITE_OK); }
+
+  [[nodiscard]] std::string DayFile(u64 day) const { return folder_.Path("netdb/" + std::to_string(day) + ".db"); }
 
   // The code that ends the statement; `rows_` counts what it gave.
   int Run(const std::string& sql) {
@@ -30,19 +31,17 @@ class TableModuleTest : public testing::Test {
     int code = sqlite3_step(statement);
     for (; code == SQLITE_ROW; code = sqlite3_step(statement)) {
       ++rows_;
-      if (interruptsAtRow_) {
-        context_.interrupted = true;
-      }
+      onRow_();
     }
     sqlite3_finalize(statement);
     return code;
   }
 
   TemporaryFolder folder_;
-  Host::Table::TableContext context_;
+  Host::Table::TableContext context_{folder_.Path("netdb")};
   sqlite3* db_ = nullptr;
   int rows_ = 0;
-  bool interruptsAtRow_ = false;
+  std::function<void()> onRow_ = [] {};
 };
 
 TEST_F(TableModuleTest, TableIsThereWithoutACreate) {
@@ -61,16 +60,72 @@ TEST_F(TableModuleTest, InterruptEndsAScanThatFindsNoRow) {
 
 TEST_F(TableModuleTest, InterruptEndsAScanBetweenDays) {
   PutRows(folder_.Path(), {{kDay + 1}, {kNextDay + 1}});
-  interruptsAtRow_ = true;
+  onRow_ = [this] { context_.interrupted = true; };
   EXPECT_EQ(Run("SELECT * FROM edr_netdb"), SQLITE_INTERRUPT);
   EXPECT_EQ(rows_, 1);
 }
 
 TEST_F(TableModuleTest, FileThatIsGoneMeanwhileIsNoProblem) {
-  PutRows(folder_.Path(), {{kNextDay + 1}});
-  std::filesystem::create_symlink(folder_.Path("gone"), folder_.Path("netdb/" + std::to_string(kDay) + ".db"));
+  PutRows(folder_.Path(), {{kDay + 1}, {kNextDay + 1}});
+  int pauses = 0;
+  context_.pause = [&pauses] { ++pauses; };
+  onRow_ = [this] { std::filesystem::remove(DayFile(kNextDay)); };
   EXPECT_EQ(Run("SELECT * FROM edr_netdb"), SQLITE_DONE);
   EXPECT_EQ(rows_, 1);
+  EXPECT_EQ(pauses, Host::Table::kLooks);
+  EXPECT_THAT(context_.problems.Take(), testing::IsEmpty());
+}
+
+TEST_F(TableModuleTest, FileThatIsBeingReplacedIsWaitedFor) {
+  PutRows(folder_.Path(), {{kDay + 1}, {kNextDay + 1}});
+  const std::string file = DayFile(kNextDay);
+  onRow_ = [&file] {
+    if (std::filesystem::exists(file)) {
+      std::filesystem::rename(file, file + ".temp");
+    }
+  };
+  context_.pause = [&file] { std::filesystem::rename(file + ".temp", file); };
+  EXPECT_EQ(Run("SELECT * FROM edr_netdb"), SQLITE_DONE);
+  EXPECT_EQ(rows_, 2);
+  EXPECT_THAT(context_.problems.Take(), testing::IsEmpty());
+}
+
+TEST_F(TableModuleTest, DayThatIsBeingSavedIsListed) {
+  PutRows(folder_.Path(), {{kDay + 1}, {kNextDay + 1}});
+  const std::string file = DayFile(kNextDay);
+  std::filesystem::rename(file, file + ".temp");
+  context_.pause = [&file] { std::filesystem::rename(file + ".temp", file); };
+  EXPECT_EQ(Run("SELECT * FROM edr_netdb"), SQLITE_DONE);
+  EXPECT_EQ(rows_, 2);
+  EXPECT_THAT(context_.problems.Take(), testing::IsEmpty());
+}
+
+TEST_F(TableModuleTest, CompleteSaveWithoutItsDayIsAProblem) {
+  PutRows(folder_.Path(), {{kDay + 1}, {kNextDay + 1}});
+  const std::string save = DayFile(kNextDay) + ".temp";
+  std::filesystem::rename(DayFile(kNextDay), save);
+  int pauses = 0;
+  context_.pause = [&pauses] { ++pauses; };
+  const auto problem =
+      testing::ElementsAre(save + " is a complete save of a day whose file is missing; its rows are missing");
+  EXPECT_EQ(Run("SELECT * FROM edr_netdb"), SQLITE_DONE);
+  EXPECT_EQ(rows_, 1);
+  EXPECT_THAT(context_.problems.Take(), problem);
+  EXPECT_EQ(Run("SELECT * FROM edr_netdb"), SQLITE_DONE);
+  EXPECT_THAT(context_.problems.Take(), problem) << "of each answer";
+  EXPECT_EQ(pauses, Host::Table::kLooks) << "waited for once";
+}
+
+TEST_F(TableModuleTest, RestOfACutSaveIsNoProblem) {
+  PutRows(folder_.Path(), {{kDay + 1}});
+  folder_.Put("netdb/" + std::to_string(kNextDay) + ".db.temp", "half");
+  folder_.Put("netdb/" + std::to_string(kDay) + ".db.temp", "half");
+  folder_.Put("netdb/cache.4.db.temp", "half");
+  int pauses = 0;
+  context_.pause = [&pauses] { ++pauses; };
+  EXPECT_EQ(Run("SELECT * FROM edr_netdb"), SQLITE_DONE);
+  EXPECT_EQ(rows_, 1);
+  EXPECT_EQ(pauses, Host::Table::kLooks);
   EXPECT_THAT(context_.problems.Take(), testing::IsEmpty());
 }
 

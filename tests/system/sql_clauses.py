@@ -208,7 +208,7 @@ class Shapes:
             self.random.randrange(10))
 
     def grouped(self, number, clause):
-        key = self.random.choice(("protos", "port", "proc_fpath", "ip", "first_seen / 86400000", "proc_puid"))
+        key = self.random.choice(("protos", "port", "proc_fpath", "ip", "first_seen / 86400000", "proc_puid || ''"))
         return ("SELECT %d AS q, %s AS k, count(*) AS n, sum(bytes_in) AS s, min(first_seen) AS f, "
                 "max(proc_fpath) AS p, count(DISTINCT ip) AS d FROM edr_netdb WHERE %s GROUP BY k HAVING n > %d" % (
                     number, key, clause, self.random.randrange(3)))

@@ -17,7 +17,10 @@
 #include "Velmar/OS/Path.h"
 #include "Velmar/Utils/TreeContainer.h"
 #include "platform/sim/Sim.h"
+#include "tests/libryl_netdb/QueryFixture.h"
+#include "tests/libryl_netdb/TableQueryBuilder.h"
 #include "tests/support/CountingAllocator.h"
+#include "tests/support/FakeExternalData.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/LogCapture.h"
 
@@ -126,13 +129,20 @@ std::vector<std::string> UndefinedSymbols(const std::string& archive) {
   return symbols;
 }
 
+// Texts of libprotobuf's messages are std::string, whose inline parts the compiler puts into the objects that fill and
+// read them. Nothing else of the table query takes memory so, and these take it in no other way.
+bool IsOfMessages(const std::string& symbol) {
+  static const std::regex row(R"((OSQueryJson|OSQueryOutput|RowLibrary|Selectors)\.cpp\.o _Z(nw|dl).*)");
+  return std::regex_match(symbol, row);
+}
+
 // All memory goes through the one pair of functions that leads to the host's allocator.
 TEST(ModuleBinary, OnlyModuleMemoryAllocates) {
   static const std::regex allocating(R"((_Zn[wa].*|_Zd[la].*|malloc|calloc|realloc|free|strdup))");
   std::set<std::string> found;
   std::size_t all = 0;
-  for (const char* archive :
-       {RYL_VELMAR_ARCHIVE, RYL_STORAGE_ARCHIVE, RYL_CLOUD_ARCHIVE, RYL_FILTER_JOB_ARCHIVE, RYL_NETDB_CORE_ARCHIVE}) {
+  for (const char* archive : {RYL_VELMAR_ARCHIVE, RYL_STORAGE_ARCHIVE, RYL_CLOUD_ARCHIVE, RYL_FILTER_JOB_ARCHIVE,
+                              RYL_OSQUERY_ARCHIVE, RYL_NETDB_CORE_ARCHIVE}) {
     for (const std::string& symbol : UndefinedSymbols(archive)) {
       ++all;
       if (std::regex_match(LastWord(symbol), allocating)) {
@@ -141,6 +151,7 @@ TEST(ModuleBinary, OnlyModuleMemoryAllocates) {
     }
   }
   EXPECT_GT(all, 100U);
+  EXPECT_GT(std::erase_if(found, IsOfMessages), 0U) << "the table query is not looked at";
   // The standard random device takes its name as a std::string, whose inline parts the compiler puts into our object.
   // The name is short and never on the heap.
   found.erase("RandomSeed.cpp.o _ZdlPvm");
@@ -170,6 +181,23 @@ void ReadReport(RYL::Module::Interface& module) {
   EXPECT_EQ(report.GetNodeValueUInt64(report.GetNodeChild(kRoot, "config"), "max_db_days", 0, nullptr), 3653U);
 }
 
+// Both forms of the reply to a table query, which is what the module has libprotobuf for.
+void AskForTheTable(RYL::Module::Interface& module, ReplyCollector& sender, std::size_t rows) {
+  FakeExternalData external;
+  EXPECT_TRUE(module.HandleEvent(TableQueryBuilder().Build().data(), &external));
+  ASSERT_EQ(external.results.size(), 1U);
+  const std::string result = external.results[0].second;
+  ASSERT_GE(result.size(), 9U);
+  EXPECT_EQ(result.substr(0, 5), std::string("\1\0\0\0\0", 5));
+  EXPECT_EQ(static_cast<std::size_t>(result[5]), rows);
+  EXPECT_TRUE(module.HandleEvent(TableQueryBuilder("ip").AsEvent().Build().data(), &external));
+  EXPECT_EQ(external.results.size(), 1U);
+  ASSERT_EQ(sender.Replies().size(), 1U);
+  EXPECT_EQ(sender.Replies()[0].json,
+            R"({"osquery_msg":{"version":1,"error":0,"message_count":)" + std::to_string(rows) + R"(,"messages":[)" +
+                (rows == 0 ? "" : R"({"ip":"203.0.113.9"})") + R"(]},"event_name":"netdb_query_output"})");
+}
+
 void LoadRunAndUnload(int round) {
   void* library = dlopen(RYL_NETDB_SIM_FILE, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(library, nullptr) << dlerror();
@@ -179,6 +207,8 @@ void LoadRunAndUnload(int round) {
   ASSERT_NE(uninit, nullptr);
   CountingAllocator memory;
   FakeHost host;
+  ReplyCollector sender;
+  host.sender = &sender;
   FakeSettings policy;
   RYL::Module::Interface* module = init(&memory);
   ASSERT_NE(module, nullptr);
@@ -186,6 +216,8 @@ void LoadRunAndUnload(int round) {
   EXPECT_TRUE(module->Start());
   const auto event = EventBuilder(185).Address("203.0.113.9").Port(443).Protocol("tcp").Build();
   EXPECT_TRUE(module->HandleEvent(event.data(), nullptr));
+  // What the rounds before have stored: the same row each time.
+  AskForTheTable(*module, sender, round == 0 ? 0 : 1);
   EXPECT_TRUE(module->Stop());
   ReadReport(*module);
   delete module;

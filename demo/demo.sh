@@ -122,6 +122,21 @@ print("checked: every row has the right process, port, direction, counts and byt
 ' $client_address $server_address $port $request_bytes $reply_bytes $perl_connections $bash_connections
 }
 
+# Adds up the rows of netdb query as SQL did.
+check_sums() {
+  "$netdb" sql --data "$1" --format jsonl "$2" >"$work/sums"
+  "$netdb" query --data "$1" --format jsonl | python3 -c '
+import json, sys
+want = {}
+for r in map(json.loads, sys.stdin):
+    key = (r["port"], r["protos"])
+    want[key] = [a + b for a, b in zip(want.get(key, [0, 0]), [1, r["bytes_in"]])]
+got = {(r["port"], r["protos"]): [r["rows"], r["bytes_in"]] for r in map(json.loads, open(sys.argv[1]))}
+got and got == want or sys.exit("SQL gave %s, expected %s" % (got, want))
+print("checked: the sums are those of all rows")
+' "$work/sums"
+}
+
 # A service that calls the networks of $2 harmless, and what a day looks like without them.
 filter_days() {
   local data=$1 list=$2 address serving
@@ -167,6 +182,12 @@ main() {
   "$netdb" import --data "$work/imported" "$here/sample-conn.log"
   say "netdb query --since 2024-05-14 --until 2024-05-14"
   "$netdb" query --data "$work/imported" --since 2024-05-14 --until 2024-05-14
+  local question='SELECT port, protos, count(*) AS rows, sum(bytes_in) AS bytes_in FROM edr_netdb GROUP BY port, protos ORDER BY bytes_in DESC'
+  say "netdb sql \"$question\""
+  "$netdb" sql --data "$work/imported" "$question"
+  check_sums "$work/imported" "$question"
+  say "netdb top --by bytes --of ip"
+  "$netdb" top --data "$work/imported" --by bytes --of ip
   say "netdb verify"
   "$netdb" verify --data "$work/imported"
 

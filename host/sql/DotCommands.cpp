@@ -98,32 +98,29 @@ std::vector<std::string> TableNames(Table::Database& database) {
 }
 
 Outcome DotCommands::Run(const std::string& line) {
+  using Method = Outcome (DotCommands::*)(const std::string& argument);
+  struct Known {
+    const char* name;
+    bool takesOne;
+    Method method;
+  };
+  static constexpr Known kKnown[] = {
+      {".tables", false, &DotCommands::ShowTables}, {".schema", true, &DotCommands::ShowSchema},
+      {".mode", true, &DotCommands::SetMode},       {".help", false, &DotCommands::ShowHelp},
+      {".quit", false, &DotCommands::Quit},         {".exit", false, &DotCommands::Quit}};
   const std::vector<std::string> words = WordsOf(line);
   const std::string command = words.empty() ? std::string() : words[0];
-  const std::string argument = words.size() > 1 ? words[1] : std::string();
-  const bool takesOne = command == ".schema" || command == ".mode";
-  if (words.size() > (takesOne ? 2U : 1U) && command != ".help") {
-    return Fail(command + " takes " + (takesOne ? "one word" : "nothing") + " after it; .help tells more");
-  }
-  if (command == ".tables") {
-    return ShowTables();
-  }
-  if (command == ".schema") {
-    return ShowSchema(argument);
-  }
-  if (command == ".mode") {
-    return SetMode(argument);
-  }
-  if (command == ".help") {
-    return ShowHelp();
-  }
-  if (command == ".quit" || command == ".exit") {
-    return Outcome::kQuit;
+  for (const Known& known : kKnown) {
+    if (command == known.name) {
+      const bool tooMany = words.size() > (known.takesOne ? 2U : 1U);
+      return tooMany ? Fail(command + " takes " + (known.takesOne ? "one word" : "nothing") + " after it")
+                     : (this->*known.method)(words.size() > 1 ? words[1] : std::string());
+    }
   }
   return Fail("there is no command \"" + command + "\"; there are .tables, .schema, .mode, .help and .quit");
 }
 
-Outcome DotCommands::ShowTables() {
+Outcome DotCommands::ShowTables(const std::string& /*argument*/) {
   for (const std::string& name : TableNames(database_)) {
     printer_.out << name << '\n';
   }
@@ -154,9 +151,13 @@ Outcome DotCommands::SetMode(const std::string& name) {
   return Outcome::kDone;
 }
 
-Outcome DotCommands::ShowHelp() {
+Outcome DotCommands::ShowHelp(const std::string& /*argument*/) {
   printer_.out << kHelp;
   return Printed();
+}
+
+Outcome DotCommands::Quit(const std::string& /*argument*/) {
+  return Outcome::kQuit;
 }
 
 Outcome DotCommands::Fail(const std::string& message) {

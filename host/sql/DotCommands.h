@@ -23,10 +23,11 @@ class DotCommands {
   Outcome Run(const std::string& line);
 
  private:
-  Outcome ShowTables();
+  Outcome ShowTables(const std::string& argument);
   Outcome ShowSchema(const std::string& name);
   Outcome SetMode(const std::string& name);
-  Outcome ShowHelp();
+  Outcome ShowHelp(const std::string& argument);
+  Outcome Quit(const std::string& argument);
   Outcome Fail(const std::string& message);
   // kDone when all could be printed.
   Outcome Printed();

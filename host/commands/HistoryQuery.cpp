@@ -143,13 +143,16 @@ std::optional<SortKey> ReadSortKey(const std::string& text, std::string& error) 
   return column ? std::optional<SortKey>({*column, isMarked || direction == "desc"}) : std::nullopt;
 }
 
-// Numbers that are texts in SQL sort by their digits.
+// What is a number to people but a text in SQL sorts as a number.
 std::string SortTerms(const SortKey& key) {
   const std::string direction = key.descending ? " DESC" : "";
   const std::string name = kColumns[key.column].name;
-  const bool isNumberText =
+  if (name == "ip") {
+    return "ip_number(ip)" + direction;
+  }
+  const bool isDigits =
       kColumns[key.column].kind == Render::ColumnKind::kNumber && std::string(kColumns[key.column].type) == "TEXT";
-  return (isNumberText ? "length(" + name + ")" + direction + ", " : "") + name + direction;
+  return (isDigits ? "length(" + name + ")" + direction + ", " : "") + name + direction;
 }
 
 const char* GroupExpression(GroupBy groupBy) {

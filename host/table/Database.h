@@ -15,7 +15,7 @@
 
 namespace Host::Table {
 
-// A database in memory with the table edr_netdb, the views `processes` and `days`, and the functions in_cidr and ts.
+// A database in memory with the table edr_netdb, the views `processes` and `days`, and the functions of Functions.h.
 // The table reads the folder anew for each statement: day by day in ascending order, within a day as it is stored, one
 // day in memory at a time. Nothing can be attached, and nothing is written below the folder; large sorts use SQLite's
 // temporary files.

@@ -52,6 +52,15 @@ void InCidr(sqlite3_context* context, int /*argc*/, sqlite3_value** argv) {
   sqlite3_result_int(context, Holds(*network, *address) ? 1 : 0);
 }
 
+void IpNumber(sqlite3_context* context, int /*argc*/, sqlite3_value** argv) {
+  const auto text = TextOf(argv[0]);
+  const auto address = text ? Reputation::ReadAddress(*text) : std::nullopt;
+  if (!address || address->family != Reputation::Family::kIPv4) {
+    return sqlite3_result_null(context);
+  }
+  sqlite3_result_int64(context, static_cast<sqlite3_int64>(address->bits.low));
+}
+
 // Whole milliseconds of a number or of a text that is one.
 std::optional<i64> MillisecondsOf(sqlite3_value* value) {
   const int type = sqlite3_value_numeric_type(value);
@@ -81,10 +90,21 @@ void Ts(sqlite3_context* context, int /*argc*/, sqlite3_value** argv) {
 }  // namespace
 
 int RegisterFunctions(sqlite3* db) {
+  struct Function {
+    const char* name;
+    int arguments;
+    void (*call)(sqlite3_context*, int, sqlite3_value**);
+  };
+  constexpr Function kFunctions[] = {{"in_cidr", 2, InCidr}, {"ip_number", 1, IpNumber}, {"ts", 1, Ts}};
   constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
-  const int added = sqlite3_create_function_v2(db, "in_cidr", 2, kFlags, nullptr, InCidr, nullptr, nullptr, nullptr);
-  return added != SQLITE_OK ? added
-                            : sqlite3_create_function_v2(db, "ts", 1, kFlags, nullptr, Ts, nullptr, nullptr, nullptr);
+  int code = SQLITE_OK;
+  for (const Function& function : kFunctions) {
+    if (code == SQLITE_OK) {
+      code = sqlite3_create_function_v2(db, function.name, function.arguments, kFlags, nullptr, function.call, nullptr,
+                                        nullptr, nullptr);
+    }
+  }
+  return code;
 }
 
 }  // namespace Host::Table

@@ -99,9 +99,10 @@ TEST(RowsStatement, ValuesNeverEnterTheText) {
 TEST(RowsStatement, OrderNamesColumnsAndNumbersThatAreTextsSortAsNumbers) {
   std::string error;
   RowQuery query = AllColumns();
-  query.order = ReadOrder({"bytes_out:desc,port", "-proc_puid", "proc_md5:ASC"}, error).value();
+  query.order = ReadOrder({"bytes_out:desc,port", "-proc_puid", "proc_md5:ASC", "ip:desc"}, error).value();
   EXPECT_EQ(RowsStatement(query).text,
-            kAllColumns + " ORDER BY bytes_out DESC, port, length(proc_puid) DESC, proc_puid DESC, proc_md5");
+            kAllColumns +
+                " ORDER BY bytes_out DESC, port, length(proc_puid) DESC, proc_puid DESC, proc_md5, ip_number(ip) DESC");
 }
 
 TEST(ReadColumns, TakesAnyOrderAndCase) {

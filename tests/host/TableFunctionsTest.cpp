@@ -88,6 +88,16 @@ TEST_F(TableFunctionsTest, WhatIsNoTimeIsNull) {
   }
 }
 
+TEST_F(TableFunctionsTest, AddressHasANumber) {
+  EXPECT_EQ(Value("ip_number('0.0.0.0')"), "0");
+  EXPECT_EQ(Value("ip_number('10.0.0.1')"), "167772161");
+  EXPECT_EQ(Value("ip_number('255.255.255.255')"), "4294967295");
+  EXPECT_EQ(Value("ip_number('9.9.9.9') < ip_number('10.0.0.1')"), "1");
+  for (const char* ip : {"NULL", "''", "'10.0.0'", "'::1'", "'2001:db8::1'", "5", "x'31'"}) {
+    EXPECT_EQ(Value("ip_number(" + std::string(ip) + ")"), "NULL") << ip;
+  }
+}
+
 TEST_F(TableFunctionsTest, FunctionsMayStandInAnIndex) {
   EXPECT_EQ(sqlite3_exec(db_, "CREATE TABLE t(a, b); CREATE INDEX i ON t(ts(a), in_cidr(b, '10.0.0.0/8'))", nullptr,
                          nullptr, nullptr),

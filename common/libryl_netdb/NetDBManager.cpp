@@ -1,11 +1,10 @@
 #include "common/libryl_netdb/NetDBManager.h"
 
-#include <google/protobuf/stubs/common.h>
-
 #include "Velmar/OS/FileSystem.h"
 #include "Velmar/OS/Path.h"
 #include "common/libryl_netdb/ModuleLog.h"
 #include "common/netdb_storage/DBManager.h"
+#include "osquery/osquery/RowLibrary.h"
 
 namespace RYL::Module {
 namespace {
@@ -19,7 +18,7 @@ const char* ActivationWord(bool enabled) {
 NetDBManager::~NetDBManager() {
   StopWorker();
   ForgetHost();
-  google::protobuf::ShutdownProtobufLibrary();
+  NetDB::OSQuery::EndRowLibrary();
 }
 
 bool NetDBManager::Initialize(ModuleHost* moduleHost, SettingsSource* source) {

@@ -4,6 +4,7 @@
 
 #include <google/protobuf/arena.h>
 
+#include "osquery/netdb_osquery_schema/netdb_osquery_schema.pb.h"
 #include "osquery/osquery/OSQueryLog.h"
 #include "osquery/osquery/OSQueryOutput.h"
 #include "osquery/osquery/RowLibrary.h"
@@ -23,7 +24,7 @@ bool OSQueryOutput::ToJson(Velmar::Utils::String& out) {
   }
   bool written = false;
   try {
-    written = CanRenderRows() && out.Create(kReservedLength) && AppendJson(out);
+    written = out.Create(kReservedLength) && AppendJson(out);
   } catch (const std::exception&) {
     written = false;
   }
@@ -42,6 +43,9 @@ bool OSQueryOutput::AppendJson(Velmar::Utils::String& out) {
   const u8* bytes = nullptr;
   u32 size = 0;
   while (written && NextMessage(offset, bytes, size)) {
+    if (!CanRenderRows()) {
+      return false;
+    }
     google::protobuf::Arena arena(arenaBlock_, sizeof(arenaBlock_));
     auto* message = google::protobuf::Arena::CreateMessage<edr_netdb>(&arena);
     if (!message->ParseFromArray(bytes, static_cast<int>(size))) {

@@ -6,6 +6,7 @@
 
 #include <google/protobuf/arena.h>
 
+#include "osquery/netdb_osquery_schema/netdb_osquery_schema.pb.h"
 #include "osquery/osquery/OSQueryLog.h"
 #include "osquery/osquery/RowLibrary.h"
 

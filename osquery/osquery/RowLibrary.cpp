@@ -1,10 +1,13 @@
 #include "osquery/osquery/RowLibrary.h"
 
+#include <google/protobuf/stubs/common.h>
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
 
+#include <atomic>
 #include <exception>
 
+#include "osquery/netdb_osquery_schema/netdb_osquery_schema.pb.h"
 #include "osquery/osquery/OSQueryLog.h"
 
 namespace RYL::NetDB::OSQuery {
@@ -16,8 +19,9 @@ constexpr u64 kFieldsText = 2048;
 // The most that a byte of a text can become: \u001f.
 constexpr u64 kEscapedSize = 6;
 
+std::atomic<bool> hasEnded{false};
+
 bool MakeRenderer() {
-  SilenceLibrary();
   if (RowDescriptor() == nullptr) {
     return false;
   }
@@ -31,6 +35,9 @@ bool MakeRenderer() {
 }
 
 const google::protobuf::Descriptor* MakeDescriptor() {
+  if (hasEnded.load()) {
+    return nullptr;
+  }
   SilenceLibrary();
   try {
     return edr_netdb::descriptor();
@@ -48,18 +55,20 @@ void SilenceLibrary() {
 
 const google::protobuf::Descriptor* RowDescriptor() {
   static const google::protobuf::Descriptor* const descriptor = MakeDescriptor();
-  if (descriptor == nullptr) {
+  if (descriptor == nullptr || hasEnded.load()) {
     RYL_LOG(osquery, NoDescriptor);
+    return nullptr;
   }
   return descriptor;
 }
 
 bool CanRenderRows() {
   static const bool isReady = MakeRenderer();
-  if (!isReady) {
+  if (!isReady || hasEnded.load()) {
     RYL_LOG(osquery, NoRenderer);
+    return false;
   }
-  return isReady;
+  return true;
 }
 
 // The text has its room before the library writes to it: a stream of the library that finds none writes beyond its end.
@@ -71,6 +80,11 @@ void RenderRow(const edr_netdb& row, u64 encodedSize, std::string& json) {
   json.clear();
   json.reserve(kFieldsText + kEscapedSize * encodedSize);
   static_cast<void>(google::protobuf::util::MessageToJsonString(row, &json, options));
+}
+
+void EndRowLibrary() {
+  hasEnded = true;
+  google::protobuf::ShutdownProtobufLibrary();
 }
 
 }  // namespace RYL::NetDB::OSQuery

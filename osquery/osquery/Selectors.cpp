@@ -6,6 +6,7 @@
 #include "Velmar/Utils/Utf8.h"
 #include "common/HashKind.h"
 #include "common/netdb_storage/RecordText.h"
+#include "osquery/netdb_osquery_schema/netdb_osquery_schema.pb.h"
 #include "osquery/osquery/OSQueryLog.h"
 #include "osquery/osquery/RowLibrary.h"
 

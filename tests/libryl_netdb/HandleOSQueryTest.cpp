@@ -318,6 +318,20 @@ TEST_F(HandleOSQueryTest, BadBytesOfAPathAreReplacedInBothForms) {
   EXPECT_EQ(Reply(TableQueryBuilder("proc_fpath")), ReplyWith(0, 1, "{\"proc_fpath\":\"/tmp/\xEF\xBF\xBD\xC3\xA4\"}"));
 }
 
+// A second module object in one loading of the library; libprotobuf has ended with the first.
+TEST_F(HandleOSQueryTest, SecondModuleObjectAnswersWithAnError) {
+  Fill();
+  EXPECT_EQ(Result(TableQueryBuilder("port")).substr(0, 9), Header(0, 3));
+  EXPECT_EQ(Reply(TableQueryBuilder("port")), ReplyWith(0, 3, R"({"port":80},{"port":443},{})"));
+  module.reset();
+  Uninit();
+  module.reset(Init(nullptr));
+  ASSERT_TRUE(Initialize());
+  EXPECT_EQ(Result(TableQueryBuilder("port")), Header(5, 0));
+  EXPECT_EQ(log.Count("osquery.NoDescriptor"), 1);
+  EXPECT_EQ(Reply(TableQueryBuilder("port")), ReplyWith(5, 0, ""));
+}
+
 // Either the whole reply, or an error code, or no reply and a record that says so; never rows that look complete.
 TEST_F(HandleOSQueryTest, EachFailedAllocationIsSurvived) {
   Fill();

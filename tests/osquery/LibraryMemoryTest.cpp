@@ -1,7 +1,6 @@
 // libprotobuf takes its memory from operator new, which this program replaces to make it fail once, at each place.
 #include <gtest/gtest.h>
 
-#include <google/protobuf/stubs/common.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,7 +40,7 @@ bool AttemptFails(u64 number, bool (*attempt)()) {
     const bool failed = FailOnce(number, [&] { first = attempt(); });
     // Nothing comes of asking again, and the end of the module does no harm.
     const bool second = attempt();
-    google::protobuf::ShutdownProtobufLibrary();
+    EndRowLibrary();
     const bool asSaid = failed ? (first == second && (first || log.CountLevel(5) > 0)) : first && second;
     _exit(!asSaid ? 1 : (failed ? 2 : 3));
   }

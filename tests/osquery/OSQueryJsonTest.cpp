@@ -3,6 +3,7 @@
 
 #include "Velmar/Utils/TreeContainer.h"
 #include "osquery/osquery/OSQueryOutput.h"
+#include "osquery/osquery/RowLibrary.h"
 #include "platform/sim/Sim.h"
 #include "tests/osquery/Records.h"
 #include "tests/support/LogCapture.h"
@@ -156,6 +157,22 @@ TEST_F(OSQueryJsonTest, MessageThatDoesNotParseIsLeftOutAndNothingIsPrinted) {
   EXPECT_EQ(log.Lines(1), std::vector<std::string>{"5 osquery.MessageNotParsed"});
   EXPECT_EQ(log.Arguments("osquery.MessageNotParsed"), std::vector<std::string>{"20"});
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(OSQueryJsonTest, RowsAreNotRenderedWhenTheLibraryHasEnded) {
+  ASSERT_TRUE(AddSelector("port", selectors));
+  OSQueryOutput output(nullptr, &selectors, 7);
+  ASSERT_TRUE(output.Init(OSQueryOutput::kMinQueryBytes));
+  ASSERT_TRUE(output.WriteRow(FullRecord()));
+  EndRowLibrary();
+  String text;
+  EXPECT_FALSE(output.ToJson(text));
+  EXPECT_EQ(text.length, 0);
+  EXPECT_EQ(log.Lines(1),
+            (std::vector<std::string>{"5 osquery.NoDescriptor", "5 osquery.NoRenderer", "5 osquery.JsonNotWritten"}));
+  OSQueryOutput empty(nullptr, &selectors, 7);
+  ASSERT_TRUE(empty.Init(OSQueryOutput::kMinQueryBytes));
+  EXPECT_EQ(Reply(empty), R"({"osquery_msg":{"version":1,"error":0,"message_count":0,"messages":[]}})");
 }
 
 TEST_F(OSQueryJsonTest, TextIsTheSameWhenAskedAgain) {

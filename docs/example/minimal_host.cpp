@@ -9,6 +9,7 @@
 
 #include "RYL/Comm/INetDBQuery.h"
 #include "RYL/Events/EventSender.h"
+#include "RYL/Events/ExternalData.h"
 #include "RYL/Events/Records.h"
 #include "RYL/Module/EventLookup.h"
 #include "RYL/Module/FileHashService.h"
@@ -138,14 +139,49 @@ bool AskForPort(RYL::Module::Interface* module) {
   return module->HandleEvent(record, nullptr);
 }
 
-// One run of the module: start, a question, two events, stop. Stop stores and dumps everything that was accepted.
+// Takes the binary result of a table query. The rows, each a message behind its u32 length, begin at byte 9.
+class TableResult final : public RYL::Events::ExternalData {
+ public:
+  bool SetBinary(const char* /*name*/, const void* data, u32 size) override {
+    const auto* bytes = static_cast<const u8*>(data);
+    u32 error = 0;
+    u32 rows = 0;
+    std::memcpy(&error, bytes + 1, sizeof(error));
+    std::memcpy(&rows, bytes + 5, sizeof(rows));
+    std::printf("edr_netdb: error %u, %u rows in %u bytes\n", error, rows, size);
+    return true;
+  }
+};
+
+// Asks the table for the connections to 192.0.2.7. The result has come when HandleEvent returns.
+bool AskForRows(RYL::Module::Interface* module) {
+  namespace Query = RYL::Events::TableQueryEvent;
+  const char table[] = "edr_netdb";
+  const char columns[] = "first_seen,port,proc_fpath";
+  const char constraints[] = R"({"ip":{"affinity":"TEXT","list":[{"op":2,"expr":"192.0.2.7"}]}})";
+  constexpr u32 kColumnsAt = Query::kTableName + sizeof(table);
+  constexpr u32 kConstraintsAt = kColumnsAt + sizeof(columns);
+
+  u8 record[kConstraintsAt + sizeof(constraints)] = {};
+  Put<u32>(record, Query::kHeader, RYL::Events::kTableQuery);
+  Put<u8>(record, Query::kReplyAsEvent, 0);
+  Put<RYL::u16>(record, Query::kColumnsOffset, kColumnsAt);
+  Put<RYL::u16>(record, Query::kConstraintsOffset, kConstraintsAt);
+  std::memcpy(record + Query::kTableName, table, sizeof(table));
+  std::memcpy(record + kColumnsAt, columns, sizeof(columns));
+  std::memcpy(record + kConstraintsAt, constraints, sizeof(constraints));
+  TableResult result;
+  return module->HandleEvent(record, &result);
+}
+
+// One run of the module: start, two questions, two events, stop. Stop stores and dumps everything that was accepted.
 bool RecordOneConnection(RYL::Module::Interface* module, RYL::Module::ModuleHost* host) {
   DefaultSettings settings;
   if (!module->Initialize(host, &settings) || !module->Start()) {
     return false;
   }
   // What earlier runs have stored.
-  const bool asked = AskForPort(module);
+  const bool asked = AskForPort(module) && AskForRows(module);
   const bool sent = SendEvent(module, RYL::Events::kNewConnection, 0) && SendEvent(module, RYL::Events::kTraffic, 1500);
   return module->Stop() && asked && sent;
 }

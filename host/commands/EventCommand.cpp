@@ -143,7 +143,7 @@ int DeliverTable(const Arguments& arguments, const EventReply& reply) {
     PrintError("the reply has no error code");
     return kFailed;
   }
-  const int exitCode = ExitCodeOf(*error);
+  const int exitCode = ExitCodeOf(*error, reply);
   if (!delivered) {
     return kFailed;
   }

@@ -21,11 +21,9 @@ std::string Print(const Json& document) {
   return document.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-// Errors that the module had before the query are not about it.
-void PrintErrors(const ModuleSession& session, std::size_t before) {
-  const std::vector<std::string> errors = session.Errors();
-  for (std::size_t i = before; i < errors.size(); ++i) {
-    PrintNote(errors[i]);
+void PrintReasons(const EventReply& reply) {
+  for (const std::string& reason : reply.reasons) {
+    PrintNote(reason);
   }
 }
 
@@ -73,10 +71,13 @@ std::optional<EventReply> AskModule(const std::string& dataFolder, const Policy&
     reply.binary = *bytes;
   }
   reply.complete = !PrintSkippedFiles(session);
+  // Errors that the module had before the query are not about it.
+  reply.reasons = session.Errors();
+  reply.reasons.erase(reply.reasons.begin(), reply.reasons.begin() + static_cast<std::ptrdiff_t>(errorsBefore));
   if (reply.event == nullptr && !reply.binary) {
     PrintError("the module gave no reply");
+    PrintReasons(reply);
   }
-  PrintErrors(session, errorsBefore);
   // Nothing was recorded, so nothing is lost whatever Close says.
   session.Close();
   return reply;
@@ -128,7 +129,7 @@ std::optional<u32> ErrorOf(const EventReply& reply) {
   return found ? std::optional<u32>(code) : std::nullopt;
 }
 
-int ExitCodeOf(u32 error) {
+int ExitCodeOf(u32 error, const EventReply& reply) {
   switch (error) {
     case 0:
       return kDone;
@@ -140,14 +141,16 @@ int ExitCodeOf(u32 error) {
       return kPartial;
     case 3:
       PrintError("error 3: a row is too large to be part of a reply");
-      return kFailed;
+      break;
     case 4:
       PrintError("error 4: a column, or a constraint or its value, is none that the module takes");
-      return kFailed;
+      break;
     default:
       PrintError("error " + std::to_string(error) + ": the module failed on the way");
-      return kFailed;
+      break;
   }
+  PrintReasons(reply);
+  return kFailed;
 }
 
 }  // namespace Host::Commands

@@ -15,11 +15,12 @@ namespace Host::Commands {
 struct EventReply {
   std::unique_ptr<ReplyReceiver::Reply> event;
   std::optional<std::vector<u8>> binary;
-  bool complete = true;  // false: the query passed over day files, which was said
+  bool complete = true;              // false: the query passed over day files, which was said
+  std::vector<std::string> reasons;  // errors that the module reported meanwhile, as sentences
 };
 
 // Runs the module over the data folder, whose lock is taken, and sends it one query. Says on standard error what went
-// wrong, also when the reply has neither part. Nothing when the module was not asked.
+// wrong, with the module's reasons when the reply has neither part. Nothing when the module was not asked.
 std::optional<EventReply> AskModule(const std::string& dataFolder, const Policy& policy, const std::vector<u8>& event);
 
 // Documents with two spaces an indent and a newline behind; text that is not valid UTF-8 has U+FFFD in its place.
@@ -30,7 +31,7 @@ std::optional<std::string> ToJson(const std::vector<u8>& binary, std::string& er
 
 // The error code of the reply to a table query; nothing where it has none.
 std::optional<u32> ErrorOf(const EventReply& reply);
-// The exit code for it; says on standard error what it means.
-int ExitCodeOf(u32 error);
+// The exit code for it; says on standard error what it means, with the reasons unless it is a limit.
+int ExitCodeOf(u32 error, const EventReply& reply);
 
 }  // namespace Host::Commands

@@ -24,7 +24,8 @@ class DayReader {
   DayReader(const DayReader&) = delete;
   DayReader& operator=(const DayReader&) = delete;
 
-  // Reads a day's rows; Next gives them. False when the table query does not take `columns` or `constraints`.
+  // Reads a day's rows; Next gives them. False when the table query does not take `columns` or `constraints`,
+  // which the want of memory may cause.
   bool Read(u64 day, const std::string& columns, const std::string& constraints);
   // False behind the last row, and before the first Read.
   bool Next();

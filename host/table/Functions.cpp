@@ -1,5 +1,6 @@
 #include "host/table/Functions.h"
 
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -87,6 +88,16 @@ void Ts(sqlite3_context* context, int /*argc*/, sqlite3_value** argv) {
   sqlite3_result_text(context, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
+// No exception goes through SQLite's frames.
+template <void (*Body)(sqlite3_context*, int, sqlite3_value**)>
+void Guarded(sqlite3_context* context, int argc, sqlite3_value** argv) {
+  try {
+    Body(context, argc, argv);
+  } catch (const std::bad_alloc&) {
+    sqlite3_result_error_nomem(context);
+  }
+}
+
 }  // namespace
 
 int RegisterFunctions(sqlite3* db) {
@@ -95,7 +106,8 @@ int RegisterFunctions(sqlite3* db) {
     int arguments;
     void (*call)(sqlite3_context*, int, sqlite3_value**);
   };
-  constexpr Function kFunctions[] = {{"in_cidr", 2, InCidr}, {"ip_number", 1, IpNumber}, {"ts", 1, Ts}};
+  constexpr Function kFunctions[] = {
+      {"in_cidr", 2, Guarded<InCidr>}, {"ip_number", 1, Guarded<IpNumber>}, {"ts", 1, Guarded<Ts>}};
   constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
   int code = SQLITE_OK;
   for (const Function& function : kFunctions) {

@@ -162,7 +162,8 @@ int Advance(Cursor& cursor) {
     }
     const u64 day = cursor.days[cursor.nextDay++];
     if (!cursor.reader.Read(day, cursor.columnList, cursor.narrowing.ConstraintsFor(day))) {
-      return Fail(*cursor.base.pVtab, "the table query was refused");
+      return Fail(*cursor.base.pVtab,
+                  "the rows of a day could not be asked for: the query was refused, or had no memory");
     }
   }
   return SQLITE_OK;

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include "tests/host/DayFileBytes.h"
 #include "tests/host/TableTest.h"
@@ -290,6 +291,16 @@ TEST_F(TableDatabaseTest, ErrorsAreSqlites) {
   EXPECT_EQ(ErrorOf("SELEC"), "near \"SELEC\": syntax error");
   EXPECT_THAT(ErrorOf("SELECT in_cidr(ip, 'x') FROM edr_netdb"), HasSubstr("no block of addresses"));
   EXPECT_EQ(ErrorOf(std::string("SELECT 1\0 2", 11)), "the statement is too long, or has a NUL character in it");
+}
+
+TEST_F(TableDatabaseTest, WantOfMemoryIsAnError) {
+  PutRows(folder_.Path(), {{kDay + 1}});
+  Open();
+  const sqlite3_int64 before = sqlite3_hard_heap_limit64(sqlite3_memory_used() + 200'000);
+  const std::string error = ErrorOf("SELECT ip || printf('%.1000000c', 'x') FROM edr_netdb");
+  sqlite3_hard_heap_limit64(before);
+  EXPECT_THAT(error, HasSubstr("out of memory"));
+  EXPECT_THAT(Rows("SELECT count(*) FROM edr_netdb"), ElementsAre("1"));
 }
 
 TEST_F(TableDatabaseTest, SinkEndsTheRun) {

@@ -115,15 +115,14 @@ TEST_F(LibraryMemoryTest, RowWithoutMemoryIsRecorded) {
   EXPECT_EQ(log.Lines(1), std::vector<std::string>{"5 osquery.RowNotEncoded"});
 }
 
-TEST_F(LibraryMemoryTest, EachFailedAllocationOfTheTextIsAFailure) {
-  ASSERT_TRUE(CreateSelectors(selectors));
-  ASSERT_TRUE(AddAllSelectors(selectors));
-  OSQueryOutput output(&external, &selectors, 7);
+// Two rows as JSON, with each allocation failing once.
+void RenderWithoutMemory(const SelectorArray& selectors) {
+  OSQueryOutput output(nullptr, &selectors, 7);
   ASSERT_TRUE(output.Init(OSQueryOutput::kMinQueryBytes));
   ASSERT_TRUE(output.WriteRow(FullRecord()));
   ASSERT_TRUE(output.WriteRow(FullRecord()));
-  u64 failures = 0;
   ASSERT_TRUE(CanRenderRows());
+  u64 failures = 0;
   Velmar::Utils::String text;
   for (u64 number = 0;; ++number) {
     SCOPED_TRACE(number);
@@ -138,6 +137,18 @@ TEST_F(LibraryMemoryTest, EachFailedAllocationOfTheTextIsAFailure) {
   }
   EXPECT_GT(failures, 10U);
   EXPECT_EQ(text.GetChar(-1), '}');
+}
+
+// In a process of its own that ends at once: the library loses some of its own objects when it finds no memory.
+TEST_F(LibraryMemoryTest, EachFailedAllocationOfTheTextIsAFailure) {
+  ASSERT_TRUE(CreateSelectors(selectors));
+  ASSERT_TRUE(AddAllSelectors(selectors));
+  EXPECT_EXIT(
+      {
+        RenderWithoutMemory(selectors);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "^$");
 }
 
 }  // namespace

@@ -40,6 +40,7 @@ class ResultPrinter final : public Table::Database::Sink {
 
   bool Begin(const std::vector<Table::Database::Column>& columns) override {
     std::vector<Render::Column> rendered;
+    rendered.reserve(columns.size());
     for (const Table::Database::Column& column : columns) {
       rendered.push_back({column.name, KindOf(column.origin)});
     }

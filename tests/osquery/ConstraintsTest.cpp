@@ -172,7 +172,7 @@ TEST_F(ConstraintsTest, SkippedEntryLeavesItsNeighbours) {
 }
 
 TEST_F(ConstraintsTest, EachKnownOperatorIsRead) {
-  for (const u32 op : {1, 2, 4, 8, 16, 32, 64, 65, 66, 67}) {
+  for (const u32 op : {1U, 2U, 4U, 8U, 16U, 32U, 64U, 65U, 66U, 67U}) {
     const ParsedConstraints parsed(One("port", op, "1"));
     ASSERT_EQ(parsed.list.count, 1U) << op;
     EXPECT_EQ(parsed.list.data[0].op, op);

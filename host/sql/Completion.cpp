@@ -8,15 +8,14 @@ namespace Host::Sql {
 namespace {
 
 constexpr const char* kWords[] = {
-    ".exit", ".help",     ".mode",    ".quit",      ".schema",    ".tables",   "ALL",       "AND",       "AS",
-    "ASC",   "AVG(",      "BETWEEN",  "BY",         "CASE",       "CAST(",     "COALESCE(", "COUNT(",    "CREATE",
-    "CROSS", "DESC",      "DISTINCT", "ELSE",       "END",        "EXCEPT",    "EXISTS",    "EXPLAIN",   "FILTER",
-    "FROM",  "GLOB",      "GROUP",    "HAVING",     "IFNULL(",    "IIF(",      "IN",        "INNER",     "INTERSECT",
-    "IS",    "JOIN",      "LEFT",     "LENGTH(",    "LIKE",       "LIMIT",     "LOWER(",    "MAX(",      "MIN(",
-    "NOT",   "NULL",      "OFFSET",   "ON",         "OR",         "ORDER",     "OVER",      "PARTITION", "PLAN",
-    "QUERY", "RECURSIVE", "REPLACE(", "ROUND(",     "SELECT",     "STRFTIME(", "SUBSTR(",   "SUM(",      "TABLE",
-    "TEMP",  "THEN",      "TOTAL(",   "UNION",      "USING",      "VALUES",    "VIEW",      "WHEN",      "WHERE",
-    "WITH",  "date(",     "in_cidr(", "ip_number(", "ip_number(", "ts("};
+    ".exit",    ".help",   ".mode",     ".quit",  ".schema",  ".tables",    "ALL",      "AND",    "AS",     "ASC",
+    "AVG(",     "BETWEEN", "BY",        "CASE",   "CAST(",    "COALESCE(",  "COUNT(",   "CREATE", "CROSS",  "DESC",
+    "DISTINCT", "ELSE",    "END",       "EXCEPT", "EXISTS",   "EXPLAIN",    "FILTER",   "FROM",   "GLOB",   "GROUP",
+    "HAVING",   "IFNULL(", "IIF(",      "IN",     "INNER",    "INTERSECT",  "IS",       "JOIN",   "LEFT",   "LENGTH(",
+    "LIKE",     "LIMIT",   "LOWER(",    "MAX(",   "MIN(",     "NOT",        "NULL",     "OFFSET", "ON",     "OR",
+    "ORDER",    "OVER",    "PARTITION", "PLAN",   "QUERY",    "RECURSIVE",  "REPLACE(", "ROUND(", "SELECT", "STRFTIME(",
+    "SUBSTR(",  "SUM(",    "TABLE",     "TEMP",   "THEN",     "TOTAL(",     "UNION",    "USING",  "VALUES", "VIEW",
+    "WHEN",     "WHERE",   "WITH",      "date(",  "in_cidr(", "ip_number(", "ts("};
 
 char Lowered(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;

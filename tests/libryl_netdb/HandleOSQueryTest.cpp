@@ -1,5 +1,7 @@
 // Table queries as a host sends them: what is delivered, where to, and what stands in the log when nothing is.
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/libryl_netdb/QueryFixture.h"
@@ -316,6 +318,37 @@ TEST_F(HandleOSQueryTest, BadBytesOfAPathAreReplacedInBothForms) {
   ASSERT_EQ(rows.size(), 1U);
   EXPECT_EQ(rows[0].proc_fpath(), "/tmp/\xEF\xBF\xBD\xC3\xA4");
   EXPECT_EQ(Reply(TableQueryBuilder("proc_fpath")), ReplyWith(0, 1, "{\"proc_fpath\":\"/tmp/\xEF\xBF\xBD\xC3\xA4\"}"));
+}
+
+TEST_F(HandleOSQueryTest, SeveralThreadsAskAtOnce) {
+  constexpr int kThreads = 4;
+  Fill();
+  ASSERT_TRUE(writer.Flush());
+  const auto binary = TableQueryBuilder().Build();
+  const auto event = TableQueryBuilder("port").AsEvent().Build();
+  FakeExternalData externals[kThreads];
+  std::atomic<int> answers{0};
+  std::vector<std::thread> threads;
+  for (FakeExternalData& own : externals) {
+    threads.emplace_back([&] {
+      for (const auto* record : {&binary, &event}) {
+        answers += module->HandleEvent(record->data(), &own) ? 1 : 0;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(answers, 2 * kThreads);
+  for (const FakeExternalData& own : externals) {
+    ASSERT_EQ(own.results.size(), 1U);
+    EXPECT_EQ(own.results[0].second, externals[0].results[0].second);
+    EXPECT_EQ(RowsOf(own.results[0].second).size(), 3U);
+  }
+  ASSERT_EQ(sender.Replies().size(), static_cast<std::size_t>(kThreads));
+  for (const auto& reply : sender.Replies()) {
+    EXPECT_EQ(reply.json, ReplyWith(0, 3, R"({"port":80},{"port":443},{})"));
+  }
 }
 
 // A second module object in one loading of the library; libprotobuf has ended with the first.

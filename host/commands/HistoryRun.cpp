@@ -7,6 +7,7 @@
 
 #include "Velmar/OS/Time.h"
 #include "host/commands/Console.h"
+#include "host/commands/Summary.h"
 #include "host/table/Database.h"
 
 namespace Host::Commands {
@@ -24,6 +25,15 @@ class TakerSink final : public Database::Sink {
  private:
   const RowTaker& take_;
 };
+
+// Counts are whole numbers, also past those of SQL.
+void MakeWhole(std::vector<Cell>& cells) {
+  for (Cell& cell : cells) {
+    if (std::holds_alternative<double>(cell)) {
+      cell = std::to_string(NumberOf(cell));
+    }
+  }
+}
 
 }  // namespace
 
@@ -79,8 +89,9 @@ ExitCode PrintHistory(const HistoryOptions& options, const Statement& statement,
       writer = MakeResultWriter(options.ForStandardOutput(), columns, std::cout);
     }
   };
-  const ExitCode code = RunHistory(options.dataFolder, statement, [&](const std::vector<Cell>& cells) {
+  const ExitCode code = RunHistory(options.dataFolder, statement, [&](std::vector<Cell> cells) {
     begin();
+    MakeWhole(cells);
     writer->Write(cells);
     return std::cout.good();
   });

@@ -15,7 +15,7 @@ constexpr char kExamples[] =
     "  netdb query --ip 10.0.0.0/8 --ip 203.0.113.9          a block of addresses, and one more\n"
     "  netdb query --process '%/curl' --port 443 --port 80   curl anywhere, to either port\n"
     "  netdb query --proto ssh --columns ip,proc_fpath,conns_total\n"
-    "  netdb query --order bytes_out:desc --limit 20 --format csv\n"
+    "  netdb query --order bytes_out:desc,ip --limit 20      or --order=-bytes_out,ip\n"
     "  netdb query --format jsonl | jq 'select(.port == 443)'\n"
     "Of several values of one option a row has any; of different options it has all. In --process, % is any text and "
     "_\n"

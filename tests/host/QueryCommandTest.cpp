@@ -110,6 +110,12 @@ TEST_F(QueryCommandTest, NoColorIsHonoured) {
   EXPECT_THAT(QueryOnTerminal(), testing::Not(HasSubstr("\x1B")));
 }
 
+TEST_F(QueryCommandTest, CounterAtItsMostIsAWholeNumber) {
+  PutHistory(folder_.Path(), {{kDay + 1, 1, 0, "", 443, 0, ~Host::u64{0}, 9223372036854775807}});
+  EXPECT_EQ(Query({"--columns", "bytes_in,bytes_out", "--format", "jsonl"}).out,
+            "{\"bytes_in\":18446744073709551615,\"bytes_out\":9223372036854775807}\n");
+}
+
 constexpr char kDigest[] = "abababababababababababababababab";
 
 // One row differs from the next in one thing.

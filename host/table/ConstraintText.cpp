@@ -158,7 +158,7 @@ bool Narrowing::HasRoomFor(std::size_t entries) const {
 }
 
 void Narrowing::Add(int column, const std::vector<std::string>& entries) {
-  std::string& list = lists_[column];
+  std::string& list = lists_[static_cast<std::size_t>(column)];
   for (const std::string& entry : entries) {
     list += (list.empty() ? "" : ",") + entry;
   }

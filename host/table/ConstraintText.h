@@ -5,6 +5,7 @@
 //     if (narrowing.MayHold(day)) ... narrowing.ConstraintsFor(day) ...
 #pragma once
 
+#include <array>
 #include <string>
 #include <variant>
 #include <vector>
@@ -60,7 +61,7 @@ class Narrowing {
   std::vector<DayRule> days_;
   bool hasPaths_ = false;
   std::size_t entries_ = 0;
-  std::string lists_[kColumnCount];  // entries of each column's list, with commas between
+  std::array<std::string, kColumnCount> lists_;  // entries of each column's list, with commas between
 };
 
 // Whatever is not fully understood narrows nothing. Thread-safe.

@@ -17,7 +17,7 @@ from harness import PROTOCOLS, Netdb, check, check_import, compare, queried_rows
 from import_of_made_logs import good_tsv_lines, made_connections, made_processes, write
 from made_logs import TSV_HEAD, json_lines, random_lines
 
-QUERIES = 150
+QUERIES = 100
 KEYS = {"ip": lambda row: int(ipaddress.ip_address(row["ip"]))}
 NAMES = {"http": "HTTP", "https": "HTTP", "ssl": "SSL", "TCP": "TCP", "ftps": "FTP", "dce_rpc": "RPC", "icmp": "ICMP",
          "rdp": "RDP", "Smb": "SMB", "telnet": "Telnet"}

@@ -214,10 +214,10 @@ void LoadRunAndUnload(int round) {
   ASSERT_NE(module, nullptr);
   EXPECT_TRUE(module->Initialize(&host, &policy));
   EXPECT_TRUE(module->Start());
-  const auto event = EventBuilder(185).Address("203.0.113.9").Port(443).Protocol("tcp").Build();
-  EXPECT_TRUE(module->HandleEvent(event.data(), nullptr));
   // What the rounds before have stored: the same row each time.
   AskForTheTable(*module, sender, round == 0 ? 0 : 1);
+  const auto event = EventBuilder(185).Address("203.0.113.9").Port(443).Protocol("tcp").Build();
+  EXPECT_TRUE(module->HandleEvent(event.data(), nullptr));
   EXPECT_TRUE(module->Stop());
   ReadReport(*module);
   delete module;

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <stdexcept>
 #include <utility>
 
@@ -86,7 +87,7 @@ unsigned char CompleteWord(Editor* editor, const std::vector<std::string>& words
 }
 
 // As a terminal does it, which does not while a line is edited.
-unsigned char StopProgram(Editor* editor, int /*key*/) {
+unsigned char StopProgram(Editor* editor, wint_t /*key*/) {
   el_set(editor, EL_PREP_TERM, 0);
   std::raise(SIGTSTP);
   el_set(editor, EL_PREP_TERM, 1);
@@ -129,19 +130,20 @@ LineEditor::LineEditor(HistoryFile historyFile, std::vector<std::string> words)
 
   Editor* editor = state.editor.get();
   const auto prompt = +[](Editor* client) { return StateOf<State>(client).prompt.data(); };
-  const auto drop = +[](Editor* client, int) -> unsigned char {
+  const auto drop = +[](Editor* client, wint_t) -> unsigned char {
     StateOf<State>(client).dropped = true;
     std::fputs("^C\n", stdout);
     return CC_NEWLINE;
   };
-  const auto complete = +[](Editor* client, int) { return CompleteWord(client, StateOf<State>(client).words); };
+  const auto complete = +[](Editor* client, wint_t) { return CompleteWord(client, StateOf<State>(client).words); };
   el_set(editor, EL_CLIENTDATA, &state);
   el_set(editor, EL_PROMPT, prompt);
   el_set(editor, EL_EDITOR, "emacs");
   el_set(editor, EL_HIST, ::history, state.history.get());
-  el_set(editor, EL_ADDFN, "netdb-drop", "Drop the line", drop);
-  el_set(editor, EL_ADDFN, "netdb-stop", "Stop the program", StopProgram);
-  el_set(editor, EL_ADDFN, "netdb-complete", "Complete a word", complete);
+  // The narrow form leaks its names.
+  el_wset(editor, EL_ADDFN, L"netdb-drop", L"Drop the line", drop);
+  el_wset(editor, EL_ADDFN, L"netdb-stop", L"Stop the program", StopProgram);
+  el_wset(editor, EL_ADDFN, L"netdb-complete", L"Complete a word", complete);
   BindKeys(editor);
   el_source(editor, nullptr);  // what the user wants otherwise
 }

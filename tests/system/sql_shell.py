@@ -8,7 +8,7 @@ from harness import Netdb, check, run_test
 from terminal import Terminal
 
 DAY = 1699920000
-ENTER, TAB, UP, CTRL_C, CTRL_D = "\r", "\t", "\x1b[A", "\x03", "\x04"
+ENTER, TAB, UP, CTRL_C, CTRL_D, CTRL_Z = "\r", "\t", "\x1b[A", "\x03", "\x04", "\x1a"
 PROMPT, PROMPT_WITHIN = "netdb> ", "  ...> "
 netdb = Netdb(sys.argv[1])
 
@@ -81,6 +81,16 @@ def interrupt_drops_what_is_typed(folder):
         shell.type(CTRL_C)
         shell.expect(PROMPT)
         check(shell.ask("SELECT 41 + 1 AS n;").startswith(" n\n42\n"), "the line was not dropped:\n%s", shell.text())
+        shell.leave()
+
+
+def stop_key_keeps_what_is_typed(folder):
+    """No job control here, so nothing stops; what a continued shell must still have is the line."""
+    with Shell(folder) as shell:
+        shell.type("SELECT 41")
+        shell.expect("SELECT 41")
+        shell.type(CTRL_Z)
+        check(shell.ask(" + 1 AS n;").startswith(" n\n42\n"), "the line is gone:\n%s", shell.text())
         shell.leave()
 
 
@@ -173,6 +183,6 @@ def one_statement_has_a_footnote_on_a_terminal(folder):
 
 
 run_test(statement_of_many_lines, dot_commands, errors_do_not_end_the_shell, interrupt_drops_what_is_typed,
-         interrupt_ends_a_statement, history_is_recalled_and_kept, works_without_a_history_file, words_are_completed,
+         stop_key_keeps_what_is_typed, interrupt_ends_a_statement, history_is_recalled_and_kept, works_without_a_history_file, words_are_completed,
          texts_that_are_no_ascii_can_be_typed, colour_is_for_terminals_that_want_it, missing_rows_are_told,
          one_statement_has_a_footnote_on_a_terminal)

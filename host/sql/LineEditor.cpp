@@ -88,6 +88,7 @@ unsigned char CompleteWord(Editor* editor, const std::vector<std::string>& words
 
 // As a terminal does it, which does not while a line is edited.
 unsigned char StopProgram(Editor* editor, wint_t /*key*/) {
+  std::fputs("^Z\n", stdout);
   el_set(editor, EL_PREP_TERM, 0);
   std::raise(SIGTSTP);
   el_set(editor, EL_PREP_TERM, 1);

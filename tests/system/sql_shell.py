@@ -90,13 +90,15 @@ def stop_key_keeps_what_is_typed(folder):
         shell.type("SELECT 41")
         shell.expect("SELECT 41")
         shell.type(CTRL_Z)
+        shell.expect(PROMPT + "SELECT 41")
         check(shell.ask(" + 1 AS n;").startswith(" n\n42\n"), "the line is gone:\n%s", shell.text())
         shell.leave()
 
 
 def interrupt_ends_a_statement(folder):
     with Shell(folder, "--format", "jsonl") as shell:
-        shell.type("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) SELECT x FROM c WHERE x = 1;" + ENTER)
+        shell.type("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) " + ENTER)
+        shell.type("SELECT x FROM c WHERE x = 1;" + ENTER)
         shell.expect('{"x":1}')
         shell.type(CTRL_C)
         check("netdb: interrupted" in shell.expect(PROMPT), "no message:\n%s", shell.text())
@@ -183,6 +185,7 @@ def one_statement_has_a_footnote_on_a_terminal(folder):
 
 
 run_test(statement_of_many_lines, dot_commands, errors_do_not_end_the_shell, interrupt_drops_what_is_typed,
-         stop_key_keeps_what_is_typed, interrupt_ends_a_statement, history_is_recalled_and_kept, works_without_a_history_file, words_are_completed,
+         stop_key_keeps_what_is_typed, interrupt_ends_a_statement, history_is_recalled_and_kept,
+         works_without_a_history_file, words_are_completed,
          texts_that_are_no_ascii_can_be_typed, colour_is_for_terminals_that_want_it, missing_rows_are_told,
          one_statement_has_a_footnote_on_a_terminal)

@@ -7,8 +7,9 @@
 
 namespace Velmar::Memory {
 
-// As malloc and free; null on exhaustion. Thread-safe.
+// As malloc, realloc and free; null on exhaustion, with the old memory as it was. Thread-safe.
 RYL_API void* Allocate(std::size_t size);
+RYL_API void* Reallocate(void* memory, std::size_t size);
 RYL_API void Free(void* memory);
 
 }  // namespace Velmar::Memory

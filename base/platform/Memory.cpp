@@ -8,6 +8,10 @@ void* Allocate(std::size_t size) {
   return std::malloc(size);
 }
 
+void* Reallocate(void* memory, std::size_t size) {
+  return std::realloc(memory, size);
+}
+
 void Free(void* memory) {
   std::free(memory);
 }

@@ -83,15 +83,12 @@ bool Buffer::ReserveFor(u64 newSize) {
   }
   u32 newCapacity = Internal::CalculateCollectionGrowth(capacity_, growth_, growType_, maxSize_);
   newCapacity = newCapacity < newSize ? static_cast<u32>(newSize) : newCapacity;
-  u8* data = static_cast<u8*>(Memory::Allocate(newCapacity));
+  u8* data = static_cast<u8*>(ownsData_ ? Memory::Reallocate(data_, newCapacity) : Memory::Allocate(newCapacity));
   if (data == nullptr) {
     return false;
   }
-  if (size != 0) {
+  if (!ownsData_ && size != 0) {
     std::memcpy(data, data_, size);
-  }
-  if (ownsData_) {
-    Memory::Free(data_);
   }
   data_ = data;
   ownsData_ = true;

@@ -37,13 +37,23 @@ void ResetAllocations() {
 
 namespace Memory {
 
+namespace {
+
+// Whether the allocation that is about to be made is one of those that fail.
+bool FailsNow() {
+  const u64 number = allocations.fetch_add(1);
+  const u64 first = firstFailing;
+  return number >= first && number - first < failing;
+}
+
+}  // namespace
+
 void* Allocate(std::size_t size) {
-  u64 number = allocations.fetch_add(1);
-  u64 first = firstFailing;
-  if (number >= first && number - first < failing) {
-    return nullptr;
-  }
-  return std::malloc(size);
+  return FailsNow() ? nullptr : std::malloc(size);
+}
+
+void* Reallocate(void* memory, std::size_t size) {
+  return FailsNow() ? nullptr : std::realloc(memory, size);
 }
 
 void Free(void* memory) {

@@ -17,6 +17,7 @@ namespace {
 using Velmar::Utils::String;
 
 constexpr u64 kMsPerSecond = 1000;
+constexpr u8 kFirstBeyondAscii = 0x80;
 constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
 
 // Texts go into a field that is there already: a message that gets a text at once registers it before it has the
@@ -28,6 +29,10 @@ void SetText(std::string& field, const char* text, u64 size) {
   u64 start = 0;
   u64 at = 0;
   while (at < size) {
+    if (static_cast<u8>(text[at]) < kFirstBeyondAscii) {
+      ++at;
+      continue;
+    }
     const u32 length = Velmar::Utils::Utf8Length(text + at, size - at);
     if (length == 0) {
       field.append(text + start, at - start);
@@ -39,8 +44,9 @@ void SetText(std::string& field, const char* text, u64 size) {
   field.append(text + start, size - start);
 }
 
-void SetText(std::string& field, const char* text) {
-  SetText(field, text, std::strlen(text));
+// For what is ASCII by its making.
+void SetAscii(std::string& field, const char* text) {
+  field.assign(text);
 }
 
 template <u32 kSize>
@@ -50,7 +56,7 @@ void SetHex(std::string& field, const u8 (&digest)[kSize]) {
     RYL_LOG(osquery, DigestNotWritten);
     text[0] = '\0';
   }
-  SetText(field, text);
+  SetAscii(field, text);
 }
 
 void SelectIp(const QueryRecord& record, edr_netdb& message) {
@@ -58,7 +64,7 @@ void SelectIp(const QueryRecord& record, edr_netdb& message) {
   if (!AddressToString(record, text)) {
     RYL_LOG(osquery, AddressNotWritten);
   }
-  SetText(*message.mutable_ip(), text);
+  SetAscii(*message.mutable_ip(), text);
 }
 
 void SelectFirstSeen(const QueryRecord& record, edr_netdb& message) {
@@ -80,7 +86,7 @@ void SelectProtos(const QueryRecord& record, edr_netdb& message) {
   if (!ProtocolsToString(record.protos, text)) {
     text.Clear();
   }
-  SetText(*message.mutable_protos(), text.text);
+  SetAscii(*message.mutable_protos(), text.text);
 }
 
 void SelectConnsTotal(const QueryRecord& record, edr_netdb& message) {

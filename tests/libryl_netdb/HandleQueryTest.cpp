@@ -168,6 +168,15 @@ TEST_F(HandleQueryTest, RangeOfOneSecondIsARange) {
   EXPECT_EQ(Answer(QueryEventBuilder("Iterate").Range(kDay + 54, kDay + 54)), Ports{});
 }
 
+TEST_F(HandleQueryTest, EndsOfTheRangeMayBeAnyNumber) {
+  Fill();
+  const Ports all = {22, 53, 80, 443};
+  EXPECT_EQ(Answer(QueryEventBuilder("Iterate").Range(0, kAllOnes - 1)), all);
+  EXPECT_EQ(Answer(QueryEventBuilder("Iterate").Range(1, kAllOnes)), all);
+  EXPECT_EQ(Answer(QueryEventBuilder("Iterate").Range(0, 0)), Ports{});
+  EXPECT_EQ(Answer(QueryEventBuilder("Iterate").Range(kAllOnes, kAllOnes)), Ports{});
+}
+
 TEST_F(HandleQueryTest, ReversedRangeHasNoReplyAndIsNoFailure) {
   Fill();
   EXPECT_TRUE(Ask(QueryEventBuilder("Iterate").Range(kDay + 54, kDay + 53)));
@@ -227,6 +236,94 @@ TEST_F(HandleQueryTest, UnknownKindIsNamedAndHasNoReply) {
     ExpectRefused(QueryEventBuilder(kind, {"443"}), {"5 ryl_netdb.QueryKindUnknown"});
     EXPECT_EQ(log.Arguments("ryl_netdb.QueryKindUnknown"), Lines{kind});
   }
+}
+
+TEST_F(HandleQueryTest, BadValueAmongGoodOnesHasNoReply) {
+  Fill();
+  const QueryEventBuilder queries[] = {
+      QueryEventBuilder("FindPorts", {"443", "65536"}),
+      QueryEventBuilder("FindPorts", {"https", "443"}),
+      QueryEventBuilder("FindIPv4", {"192.0.2.1", "2001:db8::1"}),
+      QueryEventBuilder("FindProtos", {"ssh", "udp"}),
+      QueryEventBuilder("FindProcessesMD5", {Hex(ssh.proc_md5, 16), std::string(33, '0')}),
+      QueryEventBuilder("FindProcessesQID", {std::string(63, '0'), Hex(ssh.proc_qid, 32)}),
+  };
+  for (const QueryEventBuilder& query : queries) {
+    ExpectRefused(query, {"5 ryl_netdb.QueryValueRefused"});
+  }
+}
+
+TEST_F(HandleQueryTest, MissingAndSurplusValuesHaveNoReply) {
+  Fill();
+  ExpectRefused(QueryEventBuilder("FindPorts"), {"5 ryl_netdb.QueryWithoutValues"});
+  ExpectRefused(QueryEventBuilder("FindPorts", {"443", "80"}).NoText(1), {"5 ryl_netdb.QueryValueMissing"});
+  ExpectRefused(QueryEventBuilder("FindPorts", {"443"}).NoTable(), {"5 ryl_netdb.QueryValueMissing"});
+  for (const QueryEventBuilder& query :
+       {QueryEventBuilder("FindPorts", Values(129, "443")), QueryEventBuilder("FindIPv4", Values(129, "192.0.2.1"))}) {
+    ExpectRefused(query, {"3 velmar.ArrayCeilingReached", "5 ryl_netdb.QueryValueNotKept"});
+  }
+}
+
+// Offsets have 16 bits, but the text behind the last one may have any length.
+TEST_F(HandleQueryTest, TextsOfAnyLengthAreTakenWhole) {
+  constexpr std::size_t kLength = 100000;
+  const Process process = MakeProcess("/" + std::string(kLength, 'x'), 1);
+  AddRow(1, Address(192, 0, 2, 1), 443, 0x0800, &process);
+  EXPECT_EQ(Answer(QueryEventBuilder("FindProcessesPath", {process.proc_fpath.text})), Ports{443});
+  EXPECT_EQ(Answer(QueryEventBuilder("FindProcessesPath", {"/" + std::string(kLength, 'y')})), Ports{});
+  EXPECT_EQ(Answer(QueryEventBuilder("FindPorts", {std::string(kLength, '0') + "443"})), Ports{443});
+  for (const char* kind : {"FindPorts", "FindIPv4", "FindProtos", "FindProcessesMD5", "FindProcessesQID"}) {
+    const std::string value(kLength, '1');
+    ExpectRefused(QueryEventBuilder(kind, {value}), {"5 ryl_netdb.QueryValueRefused"});
+    EXPECT_EQ(log.Arguments("ryl_netdb.QueryValueRefused"), Lines{value}) << kind;
+  }
+  const std::string kind(kLength, 'k');
+  ExpectRefused(QueryEventBuilder(kind).NoTable(), {"5 ryl_netdb.QueryKindUnknown"});
+  EXPECT_EQ(log.Arguments("ryl_netdb.QueryKindUnknown"), Lines{kind});
+}
+
+// Every entry of the largest table has the same text.
+TEST_F(HandleQueryTest, LargestCountIsWalked) {
+  Fill();
+  static constexpr u16 kCount = 0xFFFF;
+  const auto repeat = [](const QueryEventBuilder& query) {
+    auto record = query.Build();
+    u16 table = 0;
+    std::memcpy(&table, &record[Events::QueryEvent::kValueTableOffset], sizeof(table));
+    const u16 text = static_cast<u16>(table + sizeof(u16));
+    const u16 moved = static_cast<u16>(record.size());
+    record.resize(record.size() + kCount * sizeof(u16));
+    std::memcpy(&record[Events::QueryEvent::kValueTableOffset], &moved, sizeof(moved));
+    std::memcpy(&record[Events::QueryEvent::kValueCount], &kCount, sizeof(kCount));
+    for (std::size_t i = 0; i < kCount; ++i) {
+      std::memcpy(&record[moved + i * sizeof(u16)], &text, sizeof(text));
+    }
+    return record;
+  };
+  ASSERT_TRUE(writer.Flush());
+  log.Clear();
+  EXPECT_TRUE(module->HandleEvent(repeat(QueryEventBuilder("FindProtos", {"ssh"})).data(), nullptr));
+  EXPECT_EQ(log.Lines(), Lines{});
+  ASSERT_EQ(sender.Replies().size(), 1U);
+  EXPECT_EQ(sender.Replies()[0].ports, Ports{22});
+  EXPECT_FALSE(module->HandleEvent(repeat(QueryEventBuilder("FindProcessesPath", {"/usr/bin/ssh"})).data(), nullptr));
+  EXPECT_EQ(log.Lines(), (Lines{"3 velmar.ArrayCeilingReached", "5 ryl_netdb.QueryValueNotKept"}));
+  EXPECT_EQ(sender.Replies().size(), 1U);
+}
+
+TEST_F(HandleQueryTest, ReplyLeavesTheSideObjectAlone) {
+  struct Untouched : Events::ExternalData {
+    bool SetBinary(const char*, const void*, u32) override {
+      ADD_FAILURE() << "the reply is an event";
+      return true;
+    }
+  };
+  Fill();
+  ASSERT_TRUE(writer.Flush());
+  Untouched external;
+  const auto record = QueryEventBuilder("Iterate").Build();
+  EXPECT_TRUE(module->HandleEvent(record.data(), &external));
+  EXPECT_EQ(sender.Replies().size(), 1U);
 }
 
 TEST_F(HandleQueryTest, DisabledModuleHasNoReply) {

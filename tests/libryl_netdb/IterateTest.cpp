@@ -1,7 +1,7 @@
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "common/netdb_storage/DBManager.h"
 #include "tests/libryl_netdb/ModuleFixture.h"
 
 namespace RYL::Module {
@@ -59,19 +59,31 @@ TEST_F(IterateTest, CallbackThatStopsMakesTheResultFalse) {
   EXPECT_EQ(walk.rows.size(), 2U);
 }
 
+// Of the same day, its file is opened and none of its rows lies in the range; of no day, no file is.
 TEST_F(IterateTest, ReversedRangeIsPassedDownAsItStands) {
   Fill();
-  for (const auto& [from, to] : {std::pair<u64, u64>{1700000000, 1699999000}, {kAllOnes, 0}}) {
+  struct Range {
+    u64 from;
+    u64 to;
+    int filesOpened;
+  };
+  for (const Range& range : {Range{1700000000, 1699999000, 1}, Range{kAllOnes, 0, 0}}) {
     Walk walk;
-    const bool result = Query().Iterate(&Take, &walk, from, to);
-    std::size_t rows = 0;
-    NetDB::QueryConstraints constraints(from, to);
-    EXPECT_EQ(result, NetDB::DBManager::Query("/data/netdb", constraints, NetDB::QuerySink([&rows](const auto&) {
-                                                ++rows;
-                                                return true;
-                                              })));
-    EXPECT_EQ(walk.rows.size(), rows);
+    log.Clear();
+    EXPECT_TRUE(Query().Iterate(&Take, &walk, range.from, range.to));
+    EXPECT_EQ(walk.rows.size(), 0U);
+    EXPECT_EQ(log.Count("netdb_storage.QueryRowsTimed"), range.filesOpened);
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{});
   }
+}
+
+TEST_F(IterateTest, CallbackRunsOnTheCallersThread) {
+  Fill();
+  std::thread::id caller = std::this_thread::get_id();
+  const auto isCaller = [](const INetDBQuery::Record&, void* context) {
+    return std::this_thread::get_id() == *static_cast<std::thread::id*>(context);
+  };
+  EXPECT_TRUE(Query().Iterate(isCaller, &caller, 0, kAllOnes));
 }
 
 TEST_F(IterateTest, DisabledModuleStillAnswers) {

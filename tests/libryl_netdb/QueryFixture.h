@@ -16,7 +16,8 @@
 #include "tests/libryl_netdb/ModuleFixture.h"
 #include "tests/netdb_storage/Folder.h"
 
-// Packs history queries. The record ends with the last text, so that sanitizers see a read past it.
+// Packs history queries. The record ends with the last text, which may be of any length, so that sanitizers see a read
+// past it.
 class QueryEventBuilder {
  public:
   using Bytes = std::vector<Velmar::u8>;
@@ -48,6 +49,7 @@ class QueryEventBuilder {
   Bytes Build() const {
     namespace Layout = RYL::Events::QueryEvent;
     const std::size_t table = Layout::kKind + kind_.size() + 1;
+    EXPECT_TRUE(!hasTable_ || table <= 0xFFFFU);
     Bytes record(table + values_.size() * sizeof(Velmar::u16));
     Put(record, Layout::kHeader, header_);
     Put(record, Layout::kStartTime, from_);
@@ -57,10 +59,10 @@ class QueryEventBuilder {
     std::memcpy(&record[Layout::kKind], kind_.c_str(), kind_.size() + 1);
     for (std::size_t i = 0; i < values_.size(); ++i) {
       const std::size_t offset = i == withoutText_ ? 0 : record.size();
+      EXPECT_LE(offset, 0xFFFFU);
       Put(record, table + i * sizeof(Velmar::u16), static_cast<Velmar::u16>(offset));
       record.insert(record.end(), values_[i].c_str(), values_[i].c_str() + values_[i].size() + 1);
     }
-    EXPECT_LE(record.size(), 0xFFFFU);
     return record;
   }
 

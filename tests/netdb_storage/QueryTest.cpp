@@ -274,6 +274,36 @@ TEST_F(ProcessQueryTest, SinkThatRefusesEndsTheQuery) {
   EXPECT_EQ(constraints.ip_filters.count, 1U) << "cut back on this way out too";
 }
 
+TEST_F(ProcessQueryTest, SinkThatRefusesEndsAWalkByAddressToo) {
+  ASSERT_TRUE(constraints.ips_wanted.Add(Address(10, 0, 0, 2)));
+  int calls = 0;
+  LogCapture log;
+  EXPECT_FALSE(DBManager::Query(kFolder, constraints, [&calls](const QueryRecord&) {
+    ++calls;
+    return false;
+  }));
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(log.Lines(), (Lines{"5 velmar.MergeVisitEnded", "5 netdb_storage.QueryEnded"}));
+}
+
+// Wanted paths are sorted as the process table is, or the walk over both would miss some.
+TEST_F(QueryTest, PathsOfAnyBytesAreFound) {
+  const std::vector<std::string> paths = {"/a", "/a/b", "/A", "/\xFF", "/\x01", "/a\xC3\xA9", "/~", "a", "/"};
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    const Process process = MakeProcess(paths[i], static_cast<i64>(i + 1));
+    Add(kDay, Address(10, 0, 0, static_cast<u8>(paths.size() - i)), static_cast<u16>(i), &process);
+  }
+  for (std::size_t first = 0; first < paths.size(); ++first) {
+    for (std::size_t second = 0; second < first; ++second) {
+      QueryConstraints constraints(0, kAllOnes64);
+      ASSERT_TRUE(constraints.paths_wanted.Add(String(paths[first].c_str(), true)));
+      ASSERT_TRUE(constraints.paths_wanted.Add(String(paths[second].c_str(), true)));
+      ASSERT_TRUE(Run(constraints));
+      EXPECT_EQ(rows.SortedPorts(), (Ports{static_cast<u16>(second), static_cast<u16>(first)}));
+    }
+  }
+}
+
 TEST_F(QueryTest, NewestFilterBeyondTheCeilingFailsTheQuery) {
   Add(kDay, Address(10, 0, 0, 1), 1);
   QueryConstraints constraints(kDay, kDay + 10);

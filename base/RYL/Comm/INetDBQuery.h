@@ -29,10 +29,10 @@ class INetDBQuery {
     char proc_fpath[512];  // at most 511 bytes and a terminator; empty with no process
   };
 
-  // Calls `callback` with each row whose first or last second lies in `from` to `to` (epoch seconds, both included);
-  // 0 and all ones ask for everything. Rows come by day file in no order of days. A callback that returns false ends
-  // the walk and makes the result false, as a failure does. Rows that the worker has not dumped yet are not seen.
-  // Threads: thread-safe, on the caller's thread.
+  // Calls `callback`, which is not null, with each row whose first or last second lies in `from` to `to` (epoch
+  // seconds, both included); 0 and all ones ask for everything. Rows come by day file in no order of days. A callback
+  // that returns false ends the walk and makes the result false, as a failure does. Rows that the worker has not dumped
+  // yet are not seen. Threads: thread-safe, on the caller's thread.
   virtual bool Iterate(bool (*callback)(const Record& record, void* context), void* context, u64 from, u64 to) = 0;
 
  protected:

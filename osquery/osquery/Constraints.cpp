@@ -117,7 +117,6 @@ bool ParseConstraints(TreeContainer& tree, Array<Constraint>& out) {
 bool ConstraintNumber(TreeContainer& tree, u32 node, u64* out) {
   constexpr char kNoStop = static_cast<char>(0xFF);
   switch (tree.GetNodeType(node)) {
-    case TreeNodeType::kUInt16:
     case TreeNodeType::kUInt32:
     case TreeNodeType::kUInt64:
       *out = tree.GetCurrentNodeValueUInt64(node, 0, nullptr);

@@ -39,7 +39,7 @@ const char* ConstraintOperatorName(u8 op);
 // Reads {"COLUMN": {"affinity": "TEXT", "list": [{"op": 2, "expr": ...}, ...]}, ...} into `out`. Entries with an
 // unknown "op" are left out (level 3). False for another shape.
 bool ParseConstraints(Velmar::Utils::TreeContainer& tree, Velmar::Collections::Array<Constraint>& out);
-// A number that is not negative, from an integer node or a text. False after a record, with `out` untouched.
+// A number that is not negative, from a node of 32 or 64 bits or a text. False after a record, with `out` untouched.
 bool ConstraintNumber(Velmar::Utils::TreeContainer& tree, u32 node, u64* out);
 
 // Narrows `query` by each condition that can be used; the others are recorded and left to the asker.

@@ -19,7 +19,7 @@ constexpr int kReservedLength = 2048;
 
 bool OSQueryOutput::ToJson(Velmar::Utils::String& out) {
   out.Clear();
-  if (buffer_.size == 0) {
+  if (buffer.size == 0) {
     return true;
   }
   bool written = false;
@@ -46,7 +46,7 @@ bool OSQueryOutput::AppendJson(Velmar::Utils::String& out) {
     if (!CanRenderRows()) {
       return false;
     }
-    google::protobuf::Arena arena(arenaBlock_, sizeof(arenaBlock_));
+    google::protobuf::Arena arena(arena_block, sizeof(arena_block));
     auto* message = google::protobuf::Arena::CreateMessage<edr_netdb>(&arena);
     if (!message->ParseFromArray(bytes, static_cast<int>(size))) {
       RYL_LOG(osquery, MessageNotParsed, offset - size);

@@ -21,7 +21,7 @@ constexpr char kResultName[] = "events";
 }  // namespace
 
 OSQueryOutput::OSQueryOutput(Events::ExternalData* target, const SelectorArray* columns, u32 maxRows)
-    : max_rows(maxRows), external_(target), buffer_(true), selectors_(columns) {
+    : max_rows(maxRows), external(target), buffer(true), selectors(columns) {
   SilenceLibrary();
 }
 
@@ -30,13 +30,13 @@ bool OSQueryOutput::Init(u32 maxQueryBytes) {
     RYL_LOG(osquery, QueryBytesTooSmall, kMinQueryBytes, maxQueryBytes);
     return false;
   }
-  if (!buffer_.Create(kBufferStep, maxQueryBytes, kBufferStep, false, Velmar::Collections::GrowType::kFixedStep)) {
+  if (!buffer.Create(kBufferStep, maxQueryBytes, kBufferStep, false, Velmar::Collections::GrowType::kFixedStep)) {
     RYL_LOG(osquery, NoOutputBuffer, maxQueryBytes);
     return false;
   }
-  buffer_.PushUInt8(kVersion);
-  buffer_.PushUInt32(error);
-  buffer_.PushUInt32(message_count);
+  buffer.PushUInt8(kVersion);
+  buffer.PushUInt32(error);
+  buffer.PushUInt32(message_count);
   return true;
 }
 
@@ -55,19 +55,19 @@ bool OSQueryOutput::WriteRow(const QueryRecord& record) {
     error = kRowNotEncoded;
   }
   if (error != kNoError) {
-    buffer_.Truncate(committed_size);
+    buffer.Truncate(committed_size);
     return false;
   }
   ++message_count;
-  committed_size = buffer_.size;
+  committed_size = buffer.size;
   return true;
 }
 
 QueryError OSQueryOutput::AppendRow(const QueryRecord& record) {
-  google::protobuf::Arena arena(arenaBlock_, sizeof(arenaBlock_));
+  google::protobuf::Arena arena(arena_block, sizeof(arena_block));
   auto* message = google::protobuf::Arena::CreateMessage<edr_netdb>(&arena);
-  for (u32 i = 0; i < selectors_->count; ++i) {
-    const Selector& selector = selectors_->data[i];
+  for (u32 i = 0; i < selectors->count; ++i) {
+    const Selector& selector = selectors->data[i];
     if (!selector) {
       throw std::bad_function_call();
     }
@@ -80,8 +80,8 @@ QueryError OSQueryOutput::AppendRow(const QueryRecord& record) {
   }
   const auto messageSize = static_cast<u32>(size);
   const u32 roomSize = messageSize + static_cast<u32>(sizeof(messageSize));
-  const u32 offset = buffer_.PushZeroedBuffer(roomSize);
-  u8* room = offset == kNone ? nullptr : buffer_.GetUnsafePointer(offset, roomSize);
+  const u32 offset = buffer.PushZeroedBuffer(roomSize);
+  u8* room = offset == kNone ? nullptr : buffer.GetUnsafePointer(offset, roomSize);
   if (room == nullptr) {
     RYL_LOG(osquery, BufferFull, committed_size, roomSize);
     return kBufferFull;
@@ -96,20 +96,20 @@ QueryError OSQueryOutput::AppendRow(const QueryRecord& record) {
 
 bool OSQueryOutput::Finish() {
   if (error != kNoError) {
-    buffer_.Truncate(kHeaderSize);
+    buffer.Truncate(kHeaderSize);
     message_count = 0;
     committed_size = kHeaderSize;
   }
-  u8* header = buffer_.GetUnsafePointer(0, kHeaderSize);
+  u8* header = buffer.GetUnsafePointer(0, kHeaderSize);
   if (header == nullptr) {
-    RYL_LOG(osquery, ResultNotTaken, buffer_.size);
+    RYL_LOG(osquery, ResultNotTaken, buffer.size);
     return false;
   }
   std::memcpy(header + kErrorOffset, &error, sizeof(error));
   std::memcpy(header + kCountOffset, &message_count, sizeof(message_count));
-  RYL_LOG(osquery, ResultComplete, message_count, buffer_.size);
-  if (external_ == nullptr || !external_->SetBinary(kResultName, header, buffer_.size)) {
-    RYL_LOG(osquery, ResultNotTaken, buffer_.size);
+  RYL_LOG(osquery, ResultComplete, message_count, buffer.size);
+  if (external == nullptr || !external->SetBinary(kResultName, header, buffer.size)) {
+    RYL_LOG(osquery, ResultNotTaken, buffer.size);
     return false;
   }
   return true;
@@ -118,13 +118,13 @@ bool OSQueryOutput::Finish() {
 bool OSQueryOutput::NextMessage(u32& offset, const u8*& message, u32& size) const {
   const u32 start = offset < kHeaderSize ? kHeaderSize : offset;
   u32 length = 0;
-  const u8* lengthAt = buffer_.GetUnsafePointer(start, sizeof(length));
+  const u8* lengthAt = buffer.GetUnsafePointer(start, sizeof(length));
   if (lengthAt == nullptr) {
     return false;
   }
   std::memcpy(&length, lengthAt, sizeof(length));
   const u32 bodyStart = start + static_cast<u32>(sizeof(length));
-  const u8* body = buffer_.GetUnsafePointer(bodyStart, length);
+  const u8* body = buffer.GetUnsafePointer(bodyStart, length);
   if (body == nullptr) {
     return false;
   }

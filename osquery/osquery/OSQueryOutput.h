@@ -66,10 +66,10 @@ class OSQueryOutput {
   QueryError AppendRow(const QueryRecord& record);
   bool AppendJson(Velmar::Utils::String& out);
 
-  Events::ExternalData* external_;
-  Velmar::Collections::Buffer buffer_;
-  alignas(8) char arenaBlock_[kArenaBlockSize];
-  const SelectorArray* selectors_;
+  Events::ExternalData* external;
+  Velmar::Collections::Buffer buffer;
+  alignas(8) char arena_block[kArenaBlockSize];
+  const SelectorArray* selectors;
 };
 
 }  // namespace RYL::NetDB::OSQuery

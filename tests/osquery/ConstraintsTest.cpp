@@ -278,7 +278,6 @@ class ConstraintNumberTest : public ConstraintsTest {
 };
 
 TEST_F(ConstraintNumberTest, WholeNumbersAreTakenAsTheyAre) {
-  ExpectNumber(tree.AddUInt16(0, "n", 0xFFFF, false), 0xFFFF);
   ExpectNumber(tree.AddUInt32(0, "n", 0, false), 0);
   ExpectNumber(tree.AddUInt32(0, "n", ~0U, false), 0xFFFFFFFF);
   ExpectNumber(tree.AddUInt64(0, "n", ~0ULL, false), ~0ULL);
@@ -297,8 +296,9 @@ TEST_F(ConstraintNumberTest, TextIsReadWhole) {
   ExpectNumber(Text("1700000000000"), 1700000000000);
   ExpectNumber(Text("007"), 7);
   ExpectNumber(Text("0x1F"), 31);
+  ExpectNumber(Text("0X10"), 16);
   ExpectNumber(Text("18446744073709551615"), ~0ULL);
-  for (const char* text : {"", " 1", "1 ", "-1", "1.0", "12a", "x", "18446744073709551616", "0x", "1\xFF"}) {
+  for (const char* text : {"", " 1", "1 ", "-1", "1.0", "12a", "1e3", "x", "18446744073709551616", "0x", "1\xFF"}) {
     ExpectNone(Text(text), "5 osquery.NumberNotRead");
     EXPECT_EQ(log.Arguments("osquery.NumberNotRead"), Lines{text});
   }
@@ -307,6 +307,7 @@ TEST_F(ConstraintNumberTest, TextIsReadWhole) {
 TEST_F(ConstraintNumberTest, OtherTypesAreNone) {
   ExpectNone(tree.AddBool(0, "n", true, false), "3 osquery.NumberOfOtherType");
   EXPECT_EQ(log.Arguments("osquery.NumberOfOtherType"), Lines{"2"});
+  ExpectNone(tree.AddUInt16(0, "n", 1, false), "3 osquery.NumberOfOtherType");
   ExpectNone(tree.AddFloat64(0, "n", 1.0, false), "3 osquery.NumberOfOtherType");
   ExpectNone(tree.AddList(0, "n", 0, false), "3 osquery.NumberOfOtherType");
   ExpectNone(tree.AddDictionary(0, "n", 0, false), "3 osquery.NumberOfOtherType");

@@ -115,6 +115,23 @@ TEST_F(LibraryMemoryTest, RowWithoutMemoryIsRecorded) {
   EXPECT_EQ(log.Lines(1), std::vector<std::string>{"5 osquery.RowNotEncoded"});
 }
 
+// The output's own block has room for a row, whose short texts stand in themselves.
+TEST_F(LibraryMemoryTest, RowWithoutLongTextsTakesNoMemory) {
+  ASSERT_TRUE(CreateSelectors(selectors));
+  for (const char* column : {"ip", "first_seen", "last_seen", "port", "protos", "conns_total", "conns_in", "conns_out",
+                             "bytes_in", "bytes_out", "proc_fpath", "proc_puid", "proc_pid"}) {
+    ASSERT_TRUE(AddSelector(column, selectors));
+  }
+  OSQueryOutput output(&external, &selectors, 7);
+  ASSERT_TRUE(output.Init(OSQueryOutput::kMinQueryBytes));
+  const u64 before = Velmar::Sim::CountAllocations();
+  for (u32 rows = 1; rows < 4; ++rows) {
+    EXPECT_FALSE(FailOnce(0, [&] { EXPECT_TRUE(output.WriteRow(FullRecord())); }));
+    EXPECT_EQ(output.message_count, rows);
+  }
+  EXPECT_EQ(Velmar::Sim::CountAllocations(), before);
+}
+
 // Two rows as JSON, with each allocation failing once.
 void RenderWithoutMemory(const SelectorArray& selectors) {
   OSQueryOutput output(nullptr, &selectors, 7);

@@ -174,6 +174,17 @@ TEST_F(OSQueryOutputTest, LimitOfNoRowsRefusesTheFirst) {
   EXPECT_EQ(output.error, kRowLimit);
 }
 
+// Nothing is taken ahead of the rows.
+TEST_F(OSQueryOutputTest, LargestLimitsAreNoMoreThanLimits) {
+  ASSERT_TRUE(AddSelector("port", selectors));
+  OSQueryOutput output(&external, &selectors, ~0U);
+  ASSERT_TRUE(output.Init(~0U));
+  EXPECT_TRUE(WriteRows(output, 100000));
+  ASSERT_TRUE(output.Finish());
+  EXPECT_EQ(Delivered().substr(0, 9), Header(0, 100000));
+  EXPECT_EQ(log.CountLevel(5), 0);
+}
+
 TEST_F(OSQueryOutputTest, RowJustBelowTheSizeLimitIsTaken) {
   AddRowOf(65534);
   OSQueryOutput output(&external, &selectors, 7);
@@ -253,6 +264,23 @@ TEST_F(OSQueryCeilingTest, LargerCeilingLetsTheBufferGrow) {
   EXPECT_TRUE(WriteRows(output, 1500));
   ASSERT_TRUE(output.Finish());
   EXPECT_EQ(Delivered().size(), 9U + 1500U * 1000U);
+}
+
+// 512 KiB at the start, and as much more each time that it is full.
+TEST_F(OSQueryCeilingTest, BufferGrowsInSteps) {
+  AddRowOf(kRow);
+  OSQueryOutput output(&external, &selectors, kManyRows);
+  const u64 before = Velmar::Sim::CountAllocations();
+  ASSERT_TRUE(output.Init(16 * kLimit));
+  EXPECT_EQ(Velmar::Sim::CountAllocations() - before, 1U);
+  for (u64 taken = 1; taken < 5; ++taken) {
+    while (output.committed_size + kRow + 4 <= taken * kLimit) {
+      ASSERT_TRUE(output.WriteRow(FullRecord()));
+    }
+    EXPECT_EQ(Velmar::Sim::CountAllocations() - before, taken);
+    ASSERT_TRUE(output.WriteRow(FullRecord()));
+    EXPECT_EQ(Velmar::Sim::CountAllocations() - before, taken + 1);
+  }
 }
 
 TEST_F(OSQueryCeilingTest, NoMemoryToGrowIsAFullBuffer) {

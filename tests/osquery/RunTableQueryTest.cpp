@@ -146,6 +146,32 @@ TEST_F(RunTableQueryTest, MoreColumnsThanThereAreAreABadQuery) {
                 {"3 velmar.ArrayCeilingReached", "5 osquery.ColumnNotSelected"});
 }
 
+TEST_F(RunTableQueryTest, TenThousandColumnsAreABadQuery) {
+  std::string columns = "ip";
+  std::string nothing;
+  for (int i = 0; i < 10000; ++i) {
+    columns += ",ip";
+    nothing += " , ";
+  }
+  ExpectRefused(columns.c_str(), kNoConditions, kBadQuery,
+                {"3 velmar.ArrayCeilingReached", "5 osquery.ColumnNotSelected"});
+  Run((nothing + "port").c_str(), kNoConditions);
+  EXPECT_EQ(error, kNoError);
+  EXPECT_EQ(rows.size(), 4U);
+}
+
+TEST_F(RunTableQueryTest, NoMemoryForTheColumnsIsAnInternalFailure) {
+  SelectorArray selectors;
+  OSQueryOutput output(&external, &selectors, kManyRows);
+  ASSERT_TRUE(output.Init(OSQueryOutput::kMinQueryBytes));
+  log.Clear();
+  Sim::FailAllocation(0);
+  RunTableQuery(kFolder, kAll, kNoConditions, selectors, output);
+  EXPECT_EQ(output.error, kInternalFailure);
+  EXPECT_EQ(output.message_count, 0U);
+  EXPECT_EQ(log.Lines(1), Lines{"5 velmar.ArrayNoMemory"});
+}
+
 TEST_F(RunTableQueryTest, MissingTextsAreABadQuery) {
   ExpectRefused(nullptr, kNoConditions, kBadQuery, {"5 osquery.NoColumnList"});
   ExpectRefused(kAll, nullptr, kBadQuery, {"5 osquery.ConstraintsNotParsed"});
@@ -179,6 +205,35 @@ TEST_F(RunTableQueryTest, TooManyConditionsAreABadQuery) {
                 {"3 velmar.ArrayCeilingReached", "5 osquery.ConstraintNotKept"});
 }
 
+// Documents of megabytes, by what can be many or long in them.
+TEST_F(RunTableQueryTest, LargeDocumentsAreReadLikeSmallOnes) {
+  constexpr u32 kMany = 100000;
+  const std::string longText(5000000, 'x');
+  std::string skipped = Condition(2, "\"10.0.0.2\"");
+  std::string columns = On("ip", Condition(2, "\"10.0.0.2\""));
+  std::string members;
+  for (u32 i = 0; i < kMany; ++i) {
+    skipped += ",{\"op\":0}";
+    columns += "," + On("port", "");
+    members += "\"m\":[],";
+  }
+  EXPECT_EQ(PortsOf("{" + On("ip", skipped) + "}"), PortList{200});
+  EXPECT_EQ(log.Count("osquery.OperatorUnknown"), static_cast<int>(kMany));
+  EXPECT_EQ(PortsOf("{" + columns + "}"), PortList{200});
+  EXPECT_EQ(
+      PortsOf("{\"ip\":{" + members + R"("affinity":"TEXT","list":[{)" + members + R"("op":2,"expr":"10.0.0.2"}]}})"),
+      PortList{200});
+  EXPECT_EQ(PortsOf(One("proc_fpath", 2, Quoted(longText))), PortList{});
+  EXPECT_EQ(PortsOf(One("proc_fpath", 65, Quoted(longText))), PortList{});
+  EXPECT_EQ(PortsOf(One("proc_fpath", 65, Quoted(std::string(5000000, '%') + "sh"))), PortList{200});
+  ExpectRefused(kAll, One("ip", 2, Quoted(longText)).c_str(), kBadQuery, {"5 osquery.AddressNotRead"});
+  ExpectRefused(kAll, One("first_seen", 2, std::string(5000000, '9')).c_str(), kBadQuery,
+                {"5 osquery.ConstraintsNotParsed"});
+  ExpectRefused(kAll, One("first_seen", 2, Quoted(std::string(5000000, '9'))).c_str(), kBadQuery,
+                {"5 osquery.NumberNotRead"});
+  ExpectRefused(kAll, One(longText, 2, "1").c_str(), kBadQuery, {"5 osquery.ConstraintColumnUnknown"});
+}
+
 TEST_F(RunTableQueryTest, AddressesNarrow) {
   EXPECT_EQ(PortsOf(One("ip", 2, "\"10.0.0.1\"")), (PortList{100, 400}));
   EXPECT_EQ(PortsOf(One("ip", 2, "\"10.0.0.3\"")), PortList{});
@@ -200,6 +255,27 @@ TEST_F(RunTableQueryTest, TimesNarrow) {
                     On("last_seen", Condition(8, Milliseconds(kDay + 300))) + "}"),
             (PortList{200, 300}));
   EXPECT_EQ(lines, Lines{});
+}
+
+TEST_F(RunTableQueryTest, TimesAtTheEdgesOfNumbers) {
+  const PortList all = {100, 200, 300, 400};
+  for (const char* column : {"first_seen", "last_seen"}) {
+    for (const char* most : {"18446744073709551615", "\"18446744073709551615\"", "\"0xFFFFFFFFFFFFFFFF\""}) {
+      EXPECT_EQ(PortsOf(One(column, 2, most)), PortList{});
+      EXPECT_EQ(PortsOf(One(column, 4, most)), PortList{});
+      EXPECT_EQ(PortsOf(One(column, 8, most)), all);
+    }
+    for (const char* least : {"0", "-0", "999", "\"0\"", "\"0x10\""}) {
+      EXPECT_EQ(PortsOf(One(column, 2, least)), PortList{});
+      EXPECT_EQ(PortsOf(One(column, 16, least)), PortList{});
+      EXPECT_EQ(PortsOf(One(column, 32, least)), all);
+    }
+    EXPECT_EQ(PortsOf("{" + On(column, Condition(32, "0") + "," + Condition(8, "18446744073709551615")) + "}"), all);
+    for (const char* none : {"1e3", "1.5", "18446744073709551616"}) {
+      ExpectRefused(kAll, One(column, 2, none).c_str(), kBadQuery, {"3 osquery.NumberOfOtherType"});
+      ExpectRefused(kAll, One(column, 2, Quoted(none)).c_str(), kBadQuery, {"5 osquery.NumberNotRead"});
+    }
+  }
 }
 
 TEST_F(RunTableQueryTest, ReversedRangeHasNoRowsAndNoError) {

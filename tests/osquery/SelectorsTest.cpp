@@ -74,7 +74,25 @@ TEST_F(SelectorsTest, AllColumnsComeInTheOrderOfTheFields) {
     edr_netdb row;
     selectors.data[i](FullRecord(), row);
     EXPECT_EQ(row.ShortDebugString(), kCases[i].written);
-    EXPECT_EQ(edr_netdb::descriptor()->field(static_cast<int>(i))->name(), kCases[i].column);
+  }
+}
+
+// What an asker's own reader of the messages was made from.
+TEST_F(SelectorsTest, FieldsHaveTheirNumbersAndTypes) {
+  const google::protobuf::Descriptor* const row = edr_netdb::descriptor();
+  EXPECT_EQ(row->full_name(), "edr_netdb");
+  EXPECT_EQ(row->file()->syntax(), google::protobuf::FileDescriptor::SYNTAX_PROTO3);
+  EXPECT_EQ(row->file()->package(), "");
+  EXPECT_EQ(row->file()->message_type_count(), 1);
+  const std::string types[] = {"string", "uint64", "uint64", "uint32", "string", "uint32", "uint32", "uint32",
+                               "uint64", "uint64", "string", "string", "string", "uint64", "int64"};
+  ASSERT_EQ(row->field_count(), 15);
+  for (int i = 0; i < 15; ++i) {
+    EXPECT_EQ(row->field(i)->number(), i + 1);
+    EXPECT_EQ(row->field(i)->name(), kCases[i].column);
+    EXPECT_EQ(row->field(i)->type_name(), types[i]);
+    EXPECT_FALSE(row->field(i)->is_repeated());
+    EXPECT_FALSE(row->field(i)->has_presence());
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "Velmar/Utils/Utf8.h"
 #include "common/netdb_storage/StorageLog.h"
 
 namespace RYL::NetDB {
@@ -10,6 +11,21 @@ namespace {
 
 bool IsContinuation(char c) {
   return (static_cast<u8>(c) & 0xC0) == 0x80;
+}
+
+// The length of the longest start of `text` that has at most `limit` bytes and splits no UTF-8 character; bytes that
+// are none are cut at the limit.
+u32 CutAtCharacter(const char* text, u32 length, u32 limit) {
+  if (length <= limit) {
+    return length;
+  }
+  constexpr u32 kMostContinuations = 3;
+  u32 start = limit;
+  while (start > 0 && limit - start < kMostContinuations && IsContinuation(text[start])) {
+    --start;
+  }
+  const bool isSplit = start + Velmar::Utils::Utf8Length(text + start, length - start) > limit;
+  return isSplit ? start : limit;
 }
 
 }  // namespace
@@ -50,19 +66,6 @@ void RowEmitter::FillProcess() {
                                   sizeof(record_.proc_fpath) - 1);
   std::memcpy(record_.proc_fpath, process_.proc_fpath.text, kept);
   record_.proc_fpath[kept] = '\0';
-}
-
-u32 CutAtCharacter(const char* text, u32 length, u32 limit) {
-  if (length <= limit) {
-    return length;
-  }
-  constexpr u32 kMostContinuations = 3;
-  for (u32 back = 0; back <= kMostContinuations && back <= limit; ++back) {
-    if (!IsContinuation(text[limit - back])) {
-      return limit - back;
-    }
-  }
-  return limit;
 }
 
 }  // namespace RYL::NetDB

@@ -27,8 +27,4 @@ class RowEmitter {
   QueryRecord record_{};
 };
 
-// The length of the longest start of `text` that has at most `limit` bytes and ends between two UTF-8 characters; text
-// that is not UTF-8 there is cut at the limit.
-u32 CutAtCharacter(const char* text, u32 length, u32 limit);
-
 }  // namespace RYL::NetDB

@@ -386,6 +386,27 @@ TEST_F(QueryTest, LongPathIsCutBetweenCharacters) {
   EXPECT_EQ(std::strlen(rows.records[2].proc_fpath), 511U);
 }
 
+// Bytes around the limit that only look like the end of a character.
+TEST_F(QueryTest, LongPathThatIsNoTextLosesNoByteBeforeTheLimit) {
+  const std::string paths[] = {
+      std::string(511, 'x') + "\x80",              // a continuation of nothing
+      std::string(509, 'x') + "\xC3\xA9\x80",      // one too many
+      std::string(508, 'x') + "\xF5\x80\x80\x80",  // no lead byte
+      std::string(509, 'x') + "\xF0\x9F\x98",      // the text ends first
+  };
+  u8 number = 0;
+  for (const std::string& path : paths) {
+    const Process process = MakeProcess(path, ++number);
+    Add(kDay, Address(10, 0, 0, number), number, &process);
+  }
+  QueryConstraints constraints(0, kAllOnes64);
+  ASSERT_TRUE(Run(constraints));
+  ASSERT_EQ(rows.records.size(), 4U);
+  for (const QueryRecord& record : rows.records) {
+    EXPECT_EQ(std::strlen(record.proc_fpath), 511U) << record.port;
+  }
+}
+
 TEST_F(QueryTest, PathsOfChangingLengthDoNotShowThrough) {
   const Process longer = MakeProcess("/" + std::string(700, 'x'), 1);
   const Process shorter = MakeProcess("/s", 2);

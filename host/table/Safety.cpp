@@ -35,8 +35,10 @@ int MakeSafe(sqlite3* db) {
     int option;
     int value;
   };
-  constexpr Setting kSettings[] = {
-      {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0}, {SQLITE_DBCONFIG_DEFENSIVE, 1}, {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0}};
+  constexpr Setting kSettings[] = {{SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
+                                   {SQLITE_DBCONFIG_ENABLE_FTS3_TOKENIZER, 0},  // takes any number for code to call
+                                   {SQLITE_DBCONFIG_DEFENSIVE, 1},
+                                   {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0}};
   for (const Setting& setting : kSettings) {
     const int code = sqlite3_db_config(db, setting.option, setting.value, nullptr);
     if (code != SQLITE_OK) {

@@ -346,8 +346,8 @@ TEST_F(TableDatabaseTest, NothingIsReachedOutsideOfTheDatabase) {
        {"ATTACH " + file + " AS o", "VACUUM INTO " + file, "SELECT load_extension(" + file + ")",
         std::string("PRAGMA temp_store_directory = '/'"), std::string("PRAGMA data_store_directory = '/'"),
         std::string("PRAGMA writable_schema = 1"), std::string("PRAGMA trusted_schema = 1"),
-        std::string("PRAGMA journal_mode = WAL"), std::string("DETACH main"),
-        std::string("SELECT writefile('x', 'y')")}) {
+        std::string("PRAGMA journal_mode = WAL"), std::string("DETACH main"), std::string("SELECT writefile('x', 'y')"),
+        std::string("SELECT fts3_tokenizer('mine', x'4141414141414141')")}) {
     EXPECT_NE(ErrorOf(sql), "") << sql;
   }
   EXPECT_FALSE(std::filesystem::exists(folder_.Path("out")));

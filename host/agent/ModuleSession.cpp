@@ -80,6 +80,20 @@ void ModuleSession::UsePolicy(const Policy& policy) {
 }
 
 bool ModuleSession::Open(const std::string& dataFolder, std::string& error) {
+  if (!Initialize(dataFolder, state_->policy, error)) {
+    return false;
+  }
+  return state_->loader.Module()->Start() || FailToOpen(error);
+}
+
+bool ModuleSession::OpenToAsk(const std::string& dataFolder, std::string& error) {
+  Policy policy = state_->policy;
+  // A small one would delete the file of verdicts.
+  policy.Widen(Setting::kMaxDbSize);
+  return Initialize(dataFolder, policy, error);
+}
+
+bool ModuleSession::Initialize(const std::string& dataFolder, const Policy& policy, std::string& error) {
   if (state_->modulePath.empty()) {
     state_->modulePath = FindModule(error);
     if (state_->modulePath.empty()) {
@@ -95,14 +109,14 @@ bool ModuleSession::Open(const std::string& dataFolder, std::string& error) {
     state_->watch.reset();
     return false;
   }
-  RYL::Module::Interface* module = state_->loader.Module();
-  PolicySource settings(state_->policy);
-  if (!module->Initialize(&state_->host, &settings) || !module->Start()) {
-    Close();
-    error = state_->errors.empty() ? "the module does not start" : "the module does not start: " + state_->errors[0];
-    return false;
-  }
-  return true;
+  PolicySource settings(policy);
+  return state_->loader.Module()->Initialize(&state_->host, &settings) || FailToOpen(error);
+}
+
+bool ModuleSession::FailToOpen(std::string& error) {
+  Close();
+  error = state_->errors.empty() ? "the module does not start" : "the module does not start: " + state_->errors[0];
+  return false;
 }
 
 ModuleSession::Outcome ModuleSession::Send(const std::vector<u8>& event, RYL::Events::ExternalData* external) {

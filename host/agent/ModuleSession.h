@@ -37,7 +37,7 @@ struct ModuleServices {
 // runs, where the receiver must be thread-safe if queries are sent from several, and each needs an `external` of its
 // own; the rest from one thread, the control thread. What GetStatus and SaveStatistics count is taken once, so two
 // askers at the same time would share it: they belong on the control thread too.
-// Effects on disk: the module writes day files below DIR/netdb.
+// Effects on disk: after Open the module writes day files below DIR/netdb.
 class ModuleSession {
  public:
   enum class Outcome {
@@ -57,6 +57,10 @@ class ModuleSession {
   // Loads the module that lies beside this program (or in its library folder), points "${P}" at `dataFolder` and
   // starts. False with a sentence in `error`.
   bool Open(const std::string& dataFolder, std::string& error);
+  // The same for queries alone: the module is not started, so that it has no worker, which would delete days past the
+  // limits of the policy. It takes no other events.
+  // Effects on disk: the file of verdicts is written anew; day files stay as they are.
+  bool OpenToAsk(const std::string& dataFolder, std::string& error);
   // A query is answered before Send returns: by an event to the receiver, or into `external`, which is used during the
   // call alone. kRefused: no reply came, or none that was kept.
   Outcome Send(const std::vector<Velmar::u8>& event, RYL::Events::ExternalData* external = nullptr);
@@ -83,6 +87,11 @@ class ModuleSession {
   [[nodiscard]] std::vector<std::string> SkippedFiles() const;
 
  private:
+  // Loads the module and gives it the policy. False with a sentence in `error`.
+  bool Initialize(const std::string& dataFolder, const Policy& policy, std::string& error);
+  // Closes and puts the reason into `error`. False.
+  bool FailToOpen(std::string& error);
+
   struct State;
   std::unique_ptr<State> state_;
 };

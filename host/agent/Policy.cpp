@@ -113,6 +113,11 @@ Policy::Policy() {
   }
 }
 
+void Policy::Widen(Setting setting) {
+  const auto place = static_cast<std::size_t>(setting);
+  values_[place].value = kSettings[place].largest;
+}
+
 std::optional<Policy> Policy::Load(const std::string& path, std::string& error) {
   std::string document;
   std::string reason;

@@ -70,6 +70,8 @@ class Policy {
 
   [[nodiscard]] const Value& Get(Setting setting) const { return values_[static_cast<std::size_t>(setting)]; }
   [[nodiscard]] const CloudSettings& Cloud() const { return cloud_; }
+  // Gives the setting the largest value that it takes.
+  void Widen(Setting setting);
   // The document's name as messages and tables show it; empty when there is none.
   [[nodiscard]] const std::string& Source() const { return source_; }
 

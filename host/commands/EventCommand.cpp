@@ -22,7 +22,7 @@ constexpr char kExamples[] =
     "  netdb event table --raw reply.bin                         the bytes as a host gets them\n"
     "  echo '{\"proc_fpath\":{\"affinity\":\"TEXT\",\"list\":[{\"op\":65,\"expr\":\"%curl\"}]}}' |\n"
     "      netdb event table --constraints -\n"
-    "The module runs for this under its policy as in \"netdb import\": it deletes days that are past the limits.\n"
+    "The module reads the policy for the limits of a reply; asking stores and deletes nothing.\n"
     "Exit code 3 says that the reply is cut at a limit or leaves out a damaged file.\n";
 
 constexpr std::size_t kMostConstraints = 1 << 20;  // bytes

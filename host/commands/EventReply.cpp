@@ -59,7 +59,7 @@ std::optional<EventReply> AskModule(const std::string& dataFolder, const Policy&
   ModuleSession session({nullptr, nullptr, &receiver});
   session.UsePolicy(policy);
   if (!CheckPathLength(dataFolder, error) || !HasHistory(dataFolder, error) || !lock.Take(dataFolder, "event", error) ||
-      !session.Open(dataFolder, error)) {
+      !session.OpenToAsk(dataFolder, error)) {
     PrintError(error);
     return std::nullopt;
   }
@@ -78,7 +78,6 @@ std::optional<EventReply> AskModule(const std::string& dataFolder, const Policy&
     PrintError("the module gave no reply");
     PrintReasons(reply);
   }
-  // Nothing was recorded, so nothing is lost whatever Close says.
   session.Close();
   return reply;
 }

@@ -19,8 +19,9 @@ struct EventReply {
   std::vector<std::string> reasons;  // errors that the module reported meanwhile, as sentences
 };
 
-// Runs the module over the data folder, whose lock is taken, and sends it one query. Says on standard error what went
-// wrong, with the module's reasons when the reply has neither part. Nothing when the module was not asked.
+// Loads the module for the data folder, whose lock is taken, and sends it one query; no stored day changes. Says on
+// standard error what went wrong, with the module's reasons when the reply has neither part. Nothing when the module
+// was not asked.
 std::optional<EventReply> AskModule(const std::string& dataFolder, const Policy& policy, const std::vector<u8>& event);
 
 // Documents with two spaces an indent and a newline behind; text that is not valid UTF-8 has U+FFFD in its place.

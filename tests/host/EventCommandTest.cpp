@@ -247,6 +247,20 @@ TEST_F(EventCommandTest, DamagedDayIsLeftOutAndSaid) {
   EXPECT_EQ(Json::parse(result.out)["results"].size(), 1U);
 }
 
+// The rows are of 2023, and their files larger than the smallest limit would need to be empty.
+TEST_F(EventCommandTest, AskingDeletesNoDayPastTheLimits) {
+  folder_.Put("data/netdb/1699833600.db", std::string(0x40000, 'x'));
+  const std::string verdicts = TemporaryFolder::Get(folder_.Path("data/netdb/cache.4.db"));
+  const std::string day = TemporaryFolder::Get(folder_.Path("data/netdb/1699920000.db"));
+  ASSERT_NE(day, "");
+  policy_ = "max_db_days = 2\nmax_db_size = 262144\n";
+  EXPECT_EQ(Reply("query", {"--kind", "Iterate"}, 3)["results"].size(), 3U);
+  EXPECT_EQ(Reply("table", {}, 3)["message_count"], 3);
+  EXPECT_EQ(TemporaryFolder::Get(folder_.Path("data/netdb/1699833600.db")).size(), 0x40000U);
+  EXPECT_EQ(TemporaryFolder::Get(folder_.Path("data/netdb/1699920000.db")), day);
+  EXPECT_EQ(TemporaryFolder::Get(folder_.Path("data/netdb/cache.4.db")), verdicts);
+}
+
 TEST_F(EventCommandTest, FolderThatIsHeldIsLeftAlone) {
   Host::DataFolderLock lock;
   std::string error;

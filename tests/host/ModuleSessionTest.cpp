@@ -187,6 +187,20 @@ TEST(ModuleSession, DisabledModuleTakesAndLeavesOut) {
   EXPECT_EQ(rows[0].conns_total, 1U);
 }
 
+TEST(ModuleSession, OpenedToAskItAnswersAndRecordsNothing) {
+  const TemporaryFolder folder;
+  ReplyReceiver receiver;
+  ModuleSession session({nullptr, nullptr, &receiver});
+  session.UsePolicy(PolicyOf("max_db_size = 262144"));
+  std::string error;
+  ASSERT_TRUE(session.OpenToAsk(folder.Path(), error)) << error;
+  EXPECT_EQ(session.Send(Event(185)), Outcome::kRefused);
+  EXPECT_EQ(session.Send(*PackNetDbQuery({"Iterate", 0, ~u64{0}, {}}, error)), Outcome::kTaken);
+  EXPECT_NE(receiver.Take(), nullptr);
+  EXPECT_TRUE(session.Close());
+  EXPECT_TRUE(StoredRecords(folder.Path()).empty());
+}
+
 TEST(ModuleSession, ClosedSessionReportsNothing) {
   FakeSession fake;
   EXPECT_TRUE(fake.session.Close());
@@ -217,6 +231,8 @@ TEST(ModuleSession, ModuleThatCannotStartSaysWhy) {
   ModuleSession session({});
   std::string error;
   EXPECT_FALSE(session.Open(folder.Put("file", ""), error));
+  EXPECT_NE(error.find("cannot create the database folder"), std::string::npos) << error;
+  EXPECT_FALSE(session.OpenToAsk(folder.Path("file"), error));
   EXPECT_NE(error.find("cannot create the database folder"), std::string::npos) << error;
 }
 

@@ -191,6 +191,18 @@ TEST_F(HandleOSQueryTest, AsManyRowsAsTheLimitAreAllThere) {
   EXPECT_EQ(Reply(TableQueryBuilder("port")), ReplyWith(0, 3, R"({"port":80},{"port":443},{})"));
 }
 
+TEST_F(HandleOSQueryTest, SmallestAndLargestLimitsHold) {
+  Fill();
+  Settings().max_query_rows.Set(1);
+  EXPECT_EQ(Result(TableQueryBuilder("port")), Header(1, 0));
+  EXPECT_EQ(Reply(TableQueryBuilder("port")), ReplyWith(1, 1, R"({"port":80})"));
+  // More than a policy may ask for.
+  Settings().max_query_rows.Set(0xFFFFFFFF);
+  Settings().max_query_bytes.Set(0xFFFFFFFF);
+  EXPECT_EQ(Result(TableQueryBuilder("port")).substr(0, 9), Header(0, 3));
+  EXPECT_EQ(Reply(TableQueryBuilder("port")), ReplyWith(0, 3, R"({"port":80},{"port":443},{})"));
+}
+
 // Rows of 600 bytes, of which 0x80000 bytes do not hold all.
 TEST_F(HandleOSQueryTest, FullBufferDropsAllOrKeepsTheCompleteRows) {
   constexpr u32 kRows = 900;
@@ -349,6 +361,66 @@ TEST_F(HandleOSQueryTest, SeveralThreadsAskAtOnce) {
   for (const auto& reply : sender.Replies()) {
     EXPECT_EQ(reply.json, ReplyWith(0, 3, R"({"port":80},{"port":443},{})"));
   }
+}
+
+// Each question is answered whole, or ignored by a module that is switched off; an event may find no host any more.
+TEST_F(HandleOSQueryTest, QuestionsMayRunBesideStop) {
+  constexpr int kQuestions = 200;
+  Fill();
+  ASSERT_TRUE(writer.Flush());
+  const auto binary = TableQueryBuilder("port").Build();
+  const auto event = TableQueryBuilder("port").AsEvent().Build();
+  std::atomic<int> asked{0};
+  int refused = 0;
+  std::thread binaryAsker([&] {
+    for (int i = 0; i < kQuestions; ++i, ++asked) {
+      EXPECT_TRUE(module->HandleEvent(binary.data(), &external));
+    }
+  });
+  std::thread eventAsker([&] {
+    FakeExternalData own;
+    for (int i = 0; i < kQuestions; ++i, ++asked) {
+      refused += module->HandleEvent(event.data(), &own) ? 0 : 1;
+    }
+    EXPECT_TRUE(own.results.empty());
+  });
+  while (asked < kQuestions / 4) {
+    std::this_thread::yield();
+  }
+  EXPECT_TRUE(module->Stop());
+  binaryAsker.join();
+  eventAsker.join();
+  for (const auto& result : external.results) {
+    EXPECT_EQ(result.second.substr(0, 9), Header(0, 3));
+  }
+  for (const auto& reply : sender.Replies()) {
+    EXPECT_EQ(reply.json, ReplyWith(0, 3, R"({"port":80},{"port":443},{})"));
+  }
+  EXPECT_GE(external.results.size() + sender.Replies().size(), kQuestions / 4U);
+  EXPECT_LE(refused, 1);
+}
+
+class ThrowingExternalData : public Events::ExternalData {
+ public:
+  bool SetBinary(const char* /*name*/, const void* /*data*/, u32 /*size*/) override { throw 7; }
+};
+
+// The module is as before, and has lost no memory.
+TEST_F(HandleOSQueryTest, WhatTheHostThrowsGoesBackToIt) {
+  Fill();
+  const std::string whole = Result(TableQueryBuilder());
+  const std::string reply = Reply(TableQueryBuilder("port"));
+  ThrowingExternalData throwing;
+  CountingAllocator memory;
+  Velmar::Collections::SetModuleAllocator(&memory);
+  EXPECT_THROW(module->HandleEvent(TableQueryBuilder().Build().data(), &throwing), int);
+  sender.onDispatch = [] { throw 7; };
+  EXPECT_THROW(module->HandleEvent(TableQueryBuilder().AsEvent().Build().data(), &throwing), int);
+  Velmar::Collections::SetModuleAllocator(nullptr);
+  EXPECT_EQ(memory.Out(), 0U);
+  sender.onDispatch = nullptr;
+  EXPECT_EQ(Result(TableQueryBuilder()), whole);
+  EXPECT_EQ(Reply(TableQueryBuilder("port")), reply);
 }
 
 // A second module object in one loading of the library; libprotobuf has ended with the first.

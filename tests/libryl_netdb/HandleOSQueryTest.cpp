@@ -251,6 +251,23 @@ TEST_F(HandleOSQueryTest, QueryThatFailsIsAnInternalFailure) {
   EXPECT_EQ(Reply(TableQueryBuilder()), ReplyWith(5, 0, ""));
 }
 
+// A policy may set less than what a result needs.
+TEST_F(HandleOSQueryTest, PolicyLimitsTheNextQuery) {
+  Fill();
+  EXPECT_EQ(Result(TableQueryBuilder("port")).substr(0, 9), Header(0, 3));
+  policy.values = {{PolicyKey::kMaxQueryRows, 2}};
+  module->ApplySettings(&policy);
+  EXPECT_EQ(Result(TableQueryBuilder("port")), Header(1, 0));
+  policy.values = {{PolicyKey::kMaxQueryBytes, 0x7FFFF}};
+  module->ApplySettings(&policy);
+  EXPECT_EQ(log.Count("ryl_netdb.ApplySettingsFailed"), 0);
+  EXPECT_FALSE(AskTable(TableQueryBuilder("port")));
+  ExpectNothingSent();
+  policy.values = {{PolicyKey::kMaxQueryBytes, 0x80000}};
+  module->ApplySettings(&policy);
+  EXPECT_EQ(Result(TableQueryBuilder("port")).substr(0, 9), Header(0, 3));
+}
+
 TEST_F(HandleOSQueryTest, AnotherTableGetsNoReply) {
   Fill();
   for (const char* table : {"", "processes", "edr_netdb2", "edr_netd", "EDR_NETDB"}) {

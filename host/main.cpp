@@ -20,15 +20,24 @@ const Command* FindCommand(const std::vector<Command>& commands, const std::stri
   return nullptr;
 }
 
+std::string Joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) {
+    text += (text.empty() ? "" : " ") + word;
+  }
+  return text;
+}
+
 // Help of the program, or of a command with its examples.
 int PrintHelp(const Program& program, const std::string& overview, const std::vector<Command>& commands,
-              const std::string& name) {
-  const Command* command = name.empty() ? nullptr : FindCommand(commands, name);
-  if (command == nullptr && !name.empty()) {
-    Host::Commands::PrintError("there is no command \"" + name + "\"");
+              const std::vector<std::string>& name) {
+  const auto help = name.empty() ? overview : program.HelpOf(name);
+  if (!help) {
+    Host::Commands::PrintError("there is no command \"" + Joined(name) + "\"");
     return Host::Commands::kUsage;
   }
-  std::cout << (command == nullptr ? overview : program.HelpOf(name));
+  std::cout << *help;
+  const Command* command = name.empty() ? nullptr : FindCommand(commands, name[0]);
   if (command != nullptr && !command->examples.empty()) {
     std::cout << "\nExamples:\n" << command->examples;
   }
@@ -37,8 +46,8 @@ int PrintHelp(const Program& program, const std::string& overview, const std::ve
 }
 
 int UsageError(const Program::Parsed& parsed) {
-  Host::Commands::PrintError(parsed.text + "; try \"netdb help" + (parsed.command.empty() ? "" : " " + parsed.command) +
-                             "\"");
+  Host::Commands::PrintError(parsed.text + "; try \"netdb help" + (parsed.command.empty() ? "" : " ") +
+                             Joined(parsed.command) + "\"");
   return Host::Commands::kUsage;
 }
 
@@ -51,15 +60,16 @@ int Main(int argc, char** argv) {
       Host::Commands::AddPurge(program),  Host::Commands::AddStatus(program),     Host::Commands::AddPolicy(program),
       Host::Commands::AddReload(program), Host::Commands::AddReputation(program), Host::Commands::AddFilter(program),
       Host::Commands::AddEvent(program)};
-  std::string topic;
-  program.AddCommand("help", "Show how a command is used").Text("COMMAND", topic, "One of the commands");
+  std::vector<std::string> topic;
+  program.AddCommand("help", "Show how a command is used")
+      .Texts("COMMAND", topic, "One of the commands, such as query or event table");
   const std::string overview = program.Help();
   commands.push_back({"help", [&] { return PrintHelp(program, overview, commands, topic); }, ""});
 
   const Program::Parsed parsed = program.Parse(argc, argv);
   switch (parsed.wish) {
     case Program::Wish::kRun:
-      return FindCommand(commands, parsed.command)->run();
+      return FindCommand(commands, parsed.command[0])->run();
     case Program::Wish::kHelp:
       return PrintHelp(program, overview, commands, parsed.command);
     case Program::Wish::kVersion:

@@ -29,6 +29,10 @@ Option& Option::OneEachTime() {
   return *this;
 }
 
+Option& Option::NotEmpty() {
+  return Check([](const std::string& value) { return value.empty() ? "its value is empty" : std::string(); });
+}
+
 Option& Option::Check(const std::function<std::string(const std::string&)>& problemOf) {
   // With a copy, since the parser lets a check change the value.
   option_->check(CLI::Validator([problemOf](std::string& value) { return problemOf(value); }, ""));
@@ -86,8 +90,9 @@ Program::Parsed Program::Parse(int argc, const char* const* argv) {
   } catch (const CLI::ParseError& error) {
     parsed.text = error.what();
   }
-  const auto chosen = app_->get_subcommands();
-  parsed.command = chosen.empty() ? "" : chosen[0]->get_name();
+  for (auto chosen = app_->get_subcommands(); !chosen.empty(); chosen = chosen[0]->get_subcommands()) {
+    parsed.command.push_back(chosen[0]->get_name());
+  }
   return parsed;
 }
 
@@ -95,8 +100,18 @@ std::string Program::Help() const {
   return app_->help();
 }
 
-std::string Program::HelpOf(const std::string& command) const {
-  return app_->get_subcommand(command)->help("netdb");
+std::optional<std::string> Program::HelpOf(const std::vector<std::string>& command) const {
+  const CLI::App* app = app_.get();
+  std::string before;
+  for (const std::string& name : command) {
+    const auto within = app->get_subcommands([&name](const CLI::App* known) { return known->get_name() == name; });
+    if (within.empty()) {
+      return std::nullopt;
+    }
+    before += (before.empty() ? "" : " ") + app->get_name();
+    app = within[0];
+  }
+  return app->help(before);
 }
 
 }  // namespace Host::Commands

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,8 @@ class Option {
   Option& OneOf(const std::vector<std::string>& values);
   // An option of many values takes one each time it is given, so that arguments may follow it.
   Option& OneEachTime();
+  // A script whose variable is not set gives an empty value, and must not get more than it meant to ask for.
+  Option& NotEmpty();
   // `problemOf` gives a sentence about a bad value, and nothing about a good one.
   Option& Check(const std::function<std::string(const std::string&)>& problemOf);
 
@@ -64,8 +67,8 @@ class Program {
   enum class Wish { kRun, kHelp, kVersion, kBadUse };
   struct Parsed {
     Wish wish = Wish::kBadUse;
-    std::string command;  // empty when none was given
-    std::string text;     // kVersion: the version; kBadUse: what is wrong
+    std::vector<std::string> command;  // as far as it was given: {}, {"query"}, {"event", "table"}
+    std::string text;                  // kVersion: the version; kBadUse: what is wrong
   };
 
   Program(const std::string& description, const std::string& version);
@@ -77,8 +80,8 @@ class Program {
   Parsed Parse(int argc, const char* const* argv);
   // Of the program; before Parse only.
   [[nodiscard]] std::string Help() const;
-  // Of a command that was added; after Parse of the one within it that was chosen, if any.
-  [[nodiscard]] std::string HelpOf(const std::string& command) const;
+  // Of a command, named as in Parsed; nothing when there is none of that name.
+  [[nodiscard]] std::optional<std::string> HelpOf(const std::vector<std::string>& command) const;
 
  private:
   std::unique_ptr<CLI::App> app_;

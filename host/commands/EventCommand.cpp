@@ -194,8 +194,10 @@ void AddQueryOptions(Options options, Arguments& arguments) {
       .Named("KIND")
       .Required()
       .Check(&ProblemOfKind);
-  options.Text("--since", arguments.since, "Only what was seen then or later; a time as \"netdb query\" takes it");
-  options.Text("--until", arguments.until, "Only what was seen then or earlier");
+  options.Text("--since", arguments.since, "Only what was seen then or later; a time as \"netdb query\" takes it")
+      .Named("TIME")
+      .NotEmpty();
+  options.Text("--until", arguments.until, "Only what was seen then or earlier").Named("TIME").NotEmpty();
   options.Texts("VALUE", arguments.values, "What to find; Iterate takes none");
 }
 
@@ -203,10 +205,13 @@ void AddTableOptions(Options options, Arguments& arguments) {
   AddPlace(options, arguments);
   options.Text("--columns", arguments.columns, "Names with commas between, * for all").ShowDefault();
   options.Text("--constraints", arguments.constraintsFile, "Constraints as JSON, - for standard input; {} unless given")
-      .Named("FILE");
+      .Named("FILE")
+      .NotEmpty();
   options.Flag("--as-event", arguments.asEvent, "Ask for the reply as an event instead of a binary");
   options.Text("--table", arguments.table, "The module answers for its own table only").ShowDefault();
-  options.Text("--raw", arguments.rawFile, "Write the binary reply untouched; - is standard output").Named("FILE");
+  options.Text("--raw", arguments.rawFile, "Write the binary reply untouched; - is standard output")
+      .Named("FILE")
+      .NotEmpty();
 }
 
 }  // namespace

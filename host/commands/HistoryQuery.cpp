@@ -26,14 +26,14 @@ i64 ToMs(u64 seconds) {
 
 // The alternatives of one part of a filter, with their values.
 struct AnyOf {
-  std::string text;
+  std::vector<std::string> alternatives;
   std::vector<Cell> parameters;
 
   // `before` and `behind` stand around the value, such as "ip = " and "".
   template <class Value>
   void AddEach(const std::string& before, const std::vector<Value>& values, const char* behind = "") {
     for (const Value& value : values) {
-      text += (text.empty() ? "" : " OR ") + before + "?" + behind;
+      alternatives.push_back(before + "?" + behind);
       parameters.emplace_back(value);
     }
   }
@@ -44,20 +44,35 @@ struct AnyOf {
       AddEach(column + " = ", values);
       return;
     }
-    text += (text.empty() ? "" : " OR ") + column + " IN (";
+    std::string text = column + " IN (";
     for (const Value& value : values) {
       text += text.back() == '(' ? "?" : ", ?";
       parameters.emplace_back(value);
     }
-    text += ')';
+    alternatives.push_back(text + ')');
   }
 };
 
+// `count` alternatives from `first` on, at least one. SQL limits the depth of an expression, and in a plain row of ORs
+// each is one deeper than the next.
+std::string AnyText(const std::vector<std::string>& alternatives, std::size_t first, std::size_t count) {
+  constexpr std::size_t kPlainRow = 100;
+  std::string text;
+  if (count <= kPlainRow) {
+    for (std::size_t i = first; i < first + count; ++i) {
+      text += (text.empty() ? "" : " OR ") + alternatives[i];
+    }
+    return text;
+  }
+  const std::size_t half = count / 2;
+  return '(' + AnyText(alternatives, first, half) + ") OR (" + AnyText(alternatives, first + half, count - half) + ')';
+}
+
 void AddPart(const AnyOf& part, Statement& statement, bool& first) {
-  if (part.text.empty()) {
+  if (part.alternatives.empty()) {
     return;
   }
-  statement.text += (first ? " WHERE (" : " AND (") + part.text + ')';
+  statement.text += (first ? " WHERE (" : " AND (") + AnyText(part.alternatives, 0, part.alternatives.size()) + ')';
   statement.parameters.insert(statement.parameters.end(), part.parameters.begin(), part.parameters.end());
   first = false;
 }
@@ -113,6 +128,16 @@ void AddFilter(const HistoryFilter& filter, Statement& statement) {
   AddPart(spoken, statement, first);
   AddValues("proc_md5", filter.md5s, statement, first);
   AddValues("proc_qid", filter.qids, statement, first);
+}
+
+// The items of a list with commas, without the blanks around them.
+std::vector<std::string> ItemsOf(const std::string& list) {
+  std::vector<std::string> items;
+  for (const std::string_view part : Text::SplitList(list, ',')) {
+    const std::size_t start = std::min(part.find_first_not_of(' '), part.size());
+    items.emplace_back(part.substr(start, part.find_last_not_of(' ') + 1 - start));
+  }
+  return items;
 }
 
 std::optional<std::size_t> FindColumn(const std::string& name, std::string& error) {
@@ -202,8 +227,8 @@ std::optional<std::vector<std::size_t>> ReadColumns(const std::string& text, std
     }
     return columns;
   }
-  for (const std::string_view name : Text::SplitList(text, ',')) {
-    const auto column = FindColumn(std::string(name), error);
+  for (const std::string& name : ItemsOf(text)) {
+    const auto column = FindColumn(name, error);
     if (!column) {
       return std::nullopt;
     }
@@ -219,8 +244,8 @@ std::optional<std::vector<std::size_t>> ReadColumns(const std::string& text, std
 std::optional<std::vector<SortKey>> ReadOrder(const std::vector<std::string>& texts, std::string& error) {
   std::vector<SortKey> order;
   for (const std::string& text : texts) {
-    for (const std::string_view item : Text::SplitList(text, ',')) {
-      const auto key = ReadSortKey(std::string(item), error);
+    for (const std::string& item : ItemsOf(text)) {
+      const auto key = ReadSortKey(item, error);
       if (!key) {
         return std::nullopt;
       }

@@ -29,7 +29,7 @@ struct RowQuery {
   std::optional<i64> limit = {};
 };
 
-// "ip,BYTES_IN"; an empty text is all columns. Nothing, with a sentence, for an unknown name and for one given twice.
+// "ip, BYTES_IN"; an empty text is all columns. Nothing, with a sentence, for an unknown name and for one given twice.
 std::optional<std::vector<std::size_t>> ReadColumns(const std::string& text, std::string& error);
 // Each text is a list of "bytes_out:desc", "-bytes_out", "ip:asc" or "ip".
 std::optional<std::vector<SortKey>> ReadOrder(const std::vector<std::string>& texts, std::string& error);

@@ -47,8 +47,10 @@ Render::RenderOptions HistoryOptions::ForStandardOutput() const {
 
 void AddRangeOptions(Options options, HistoryOptions& history) {
   constexpr char kTimes[] = "a date, an RFC 3339 time, epoch seconds, or an age such as 7d or 12h";
-  options.Text("--since", history.since, std::string("Only what was seen then or later: ") + kTimes);
-  options.Text("--until", history.until, "Only what was seen then or earlier");
+  options.Text("--since", history.since, std::string("Only what was seen then or later: ") + kTimes)
+      .Named("TIME")
+      .NotEmpty();
+  options.Text("--until", history.until, "Only what was seen then or earlier").Named("TIME").NotEmpty();
 }
 
 void AddFormatOption(Options options, HistoryOptions& history) {

@@ -46,7 +46,9 @@ Command AddNew(Program& program) {
   options
       .Text("--since", arguments->history.since,
             "First seen then or later: a date, an RFC 3339 time, epoch seconds, or an age such as 7d or 12h")
-      .Required();
+      .Named("TIME")
+      .Required()
+      .NotEmpty();
   options.Text("--of", arguments->of, "What is looked for").OneOf({"ip", "process", "both"}).ShowDefault();
   AddFormatOption(options, arguments->history);
   return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};

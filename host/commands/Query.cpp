@@ -85,13 +85,15 @@ Command AddQuery(Program& program) {
   AddDataOption(options, arguments->history.dataFolder);
   AddRangeOptions(options, arguments->history);
   AddFilterOptions(options, arguments->filter);
-  options.Text("--columns", arguments->columns, "Which columns, in this order: a list with commas").Named("NAMES");
+  options.Text("--columns", arguments->columns, "Which columns, in this order: a list with commas")
+      .Named("NAMES")
+      .NotEmpty();
   options
       .Texts("--order", arguments->order,
              "Sort by a column; COLUMN:desc has the largest first. Else as stored, day by day")
       .Named("COLUMN[:asc|desc]")
       .OneEachTime();
-  options.Text("--limit", arguments->limit, "Print so many rows at most").Named("N");
+  options.Text("--limit", arguments->limit, "Print so many rows at most").Named("N").NotEmpty();
   AddFormatOption(options, arguments->history);
   return {options.Name(), [arguments] { return Run(*arguments); }, kExamples};
 }

@@ -108,6 +108,8 @@ TEST(RowsStatement, OrderNamesColumnsAndNumbersThatAreTextsSortAsNumbers) {
 TEST(ReadColumns, TakesAnyOrderAndCase) {
   std::string error;
   EXPECT_THAT(ReadColumns("PORT,ip,Proc_Pid", error).value(), ElementsAre(3, 0, 14));
+  EXPECT_THAT(ReadColumns(" port , ip", error).value(), ElementsAre(3, 0));
+  EXPECT_FALSE(ReadColumns("port, ,ip", error).has_value());
   EXPECT_EQ(ReadColumns("", error)->size(), 15U);
 }
 
@@ -117,7 +119,7 @@ TEST(ReadColumns, UnknownNameIsAnsweredWithTheNames) {
   EXPECT_EQ(error,
             "\"bytes\" is no column; the columns are ip, first_seen, last_seen, port, protos, conns_total, conns_in, "
             "conns_out, bytes_in, bytes_out, proc_fpath, proc_md5, proc_qid, proc_puid, proc_pid");
-  for (const char* text : {"ip,", ",ip", "ip, port", "*"}) {
+  for (const char* text : {"ip,", ",ip", "i p", "*"}) {
     EXPECT_FALSE(ReadColumns(text, error)) << text;
   }
 }

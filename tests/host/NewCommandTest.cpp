@@ -70,6 +70,7 @@ TEST_F(NewCommandTest, EachFormatHasTheSameColumns) {
 }
 
 TEST_F(NewCommandTest, WrongUseIsSaid) {
+  EXPECT_THAT(New({"--since", ""}).err, HasSubstr("--since: its value is empty"));
   EXPECT_EQ(New({}).exitCode, 2);
   EXPECT_THAT(New({}).err, HasSubstr("--since is required"));
   EXPECT_EQ(New({"--since", "x"}).exitCode, 2);

@@ -40,6 +40,16 @@ TEST(Netdb, HelpOfACommandShowsExamples) {
   }
 }
 
+TEST(Netdb, HelpOfACommandWithinAnotherShowsItsOptions) {
+  const ProgramResult result = RunNetdb({"help", "event", "table"});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_THAT(result.out, HasSubstr("Usage: netdb event table [OPTIONS]"));
+  EXPECT_THAT(result.out, HasSubstr("--constraints FILE"));
+  EXPECT_EQ(RunNetdb({"event", "table", "--help"}).out, result.out);
+  EXPECT_EQ(RunNetdb({"event", "query"}).err, "netdb: --kind is required; try \"netdb help event query\"\n");
+  EXPECT_EQ(RunNetdb({"help", "event", "tables"}).err, "netdb: there is no command \"event tables\"\n");
+}
+
 TEST(Netdb, DataFolderHasAName) {
   const std::vector<std::vector<std::string>> uses = {{"run"},    {"import", "file"},       {"query"},  {"verify"},
                                                       {"status"}, {"purge", "--to-size=0"}, {"policy"}, {"reload"}};

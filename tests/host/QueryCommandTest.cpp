@@ -191,11 +191,29 @@ TEST_F(QueryFilterTest, DifferentOptionsAreAllMet) {
   EXPECT_EQ(Octets({"--since", "2023-11-15", "--ip", "203.0.113.0/24"}), "45");
 }
 
+TEST_F(QueryFilterTest, ThousandsOfValuesAreTaken) {
+  constexpr int kMany = 3000;
+  std::vector<std::string> blocks;
+  std::vector<std::string> patterns;
+  std::vector<std::string> protocols;
+  for (int i = 0; i < kMany; ++i) {
+    blocks.insert(blocks.end(), {"--ip", "10." + std::to_string(i / 250) + "." + std::to_string(i % 250) + ".0/24"});
+    patterns.insert(patterns.end(), {"--process", "%" + std::to_string(i)});
+    protocols.insert(protocols.end(), {"--proto", "icmp"});
+  }
+  blocks.insert(blocks.end(), {"--ip", "203.0.113.2", "--ip", "203.0.113.4/31"});
+  EXPECT_EQ(Octets(blocks), "245");
+  patterns.insert(patterns.begin(), {"--process", "%agent"});
+  EXPECT_EQ(Octets(patterns), "3");
+  protocols.insert(protocols.end(), {"--proto", "udp"});
+  EXPECT_EQ(Octets(protocols), "4");
+}
+
 TEST_F(QueryFilterTest, OrderAndLimit) {
   EXPECT_EQ(Octets({"--order", "bytes_out"}), "54321");
   EXPECT_EQ(Octets({"--order", "bytes_in:desc", "--limit", "2"}), "54");
   EXPECT_EQ(Octets({"--order=-bytes_in", "--limit", "1"}), "5");
-  EXPECT_EQ(Octets({"--order", "port:desc,first_seen:desc"}), "51243");
+  EXPECT_EQ(Octets({"--order", "port:desc, first_seen:desc "}), "51243");
   EXPECT_EQ(Octets({"--order", "port:desc", "--order", "first_seen"}), "15243");
   EXPECT_EQ(Octets({"--limit", "3"}), "123");
   EXPECT_EQ(Octets({"--limit", "99"}), "12345");
@@ -220,6 +238,9 @@ TEST_F(QueryFilterTest, WrongValuesAreRefusedBeforeAnythingIsRead) {
   EXPECT_THAT(Refused({"--order", "ip:up"}), HasSubstr("\"ip:up\" is no order"));
   EXPECT_THAT(Refused({"--limit", "0"}), HasSubstr("\"0\" is no limit"));
   EXPECT_THAT(Refused({"--since", "yesterday"}), HasSubstr("\"yesterday\" is no time"));
+  for (const char* option : {"--since", "--until", "--limit", "--columns"}) {
+    EXPECT_THAT(Refused({option, ""}), HasSubstr(std::string(option) + ": its value is empty"));
+  }
   EXPECT_THAT(Refused({"203.0.113.9"}), HasSubstr("netdb help query"));
 }
 

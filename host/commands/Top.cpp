@@ -78,7 +78,7 @@ void ForPeople(const std::string& by, std::size_t terminal, std::vector<Render::
       row[i] = Text::FormatSize(NumberOf(row[i]));
     }
   }
-  if (terminal == 0 || rows.empty()) {
+  if (terminal == 0 || rows.empty() || values[0] == 0) {
     return;
   }
   const std::size_t width = BarWidth(columns, rows, terminal);

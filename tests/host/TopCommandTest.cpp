@@ -124,6 +124,14 @@ TEST_F(TopCommandTest, BarsFollowTheWidthOfTheTerminal) {
   EXPECT_EQ(longest(20), 8);
 }
 
+TEST_F(TopCommandTest, WithoutTrafficThereIsNoColumnOfBars) {
+  PutHistory(folder_.Path(), {{1699920001, 1}});
+  setenv("NO_COLOR", "1", 1);
+  EXPECT_EQ(RunOnTerminal({"top", "--data", folder_.Path()}, 90),
+            "ip           conns  bytes_in  bytes_out    bytes\r\n"
+            "203.0.113.1      1   0 bytes    0 bytes  0 bytes\r\n");
+}
+
 TEST_F(TopCommandTest, NothingStoredIsAnEmptyResult) {
   PutRows();
   EXPECT_EQ(Top({"--since", "2023-11-16", "--format", "json"}).out, "[]\n");

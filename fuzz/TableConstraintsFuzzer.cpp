@@ -1,5 +1,6 @@
 // Any bytes as the conditions and the columns of a table query: they are refused, or narrow a day of three rows to such
 // that meet them.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "Velmar/OS/FileSystem.h"
+#include "Velmar/OS/Network.h"
 #include "common/netdb_storage/DBManager.h"
 #include "fuzz/QueryReplyChecks.h"
 #include "osquery/osquery/Constraints.h"
@@ -115,6 +117,29 @@ void CheckPatterns(const TreeContainer& tree, const Array<Constraint>& list, con
   }
 }
 
+// The address of each row is one of those that were asked for, if any was. There are no rows of IPv6.
+void CheckAddresses(const TreeContainer& tree, const Array<Constraint>& list, const Answer& answer) {
+  using Velmar::OS::Network;
+  bool isAsked = false;
+  std::vector<u32> wanted;
+  for (u32 i = 0; i < list.count; ++i) {
+    if (list.data[i].op != kEquals || !(StringView(list.data[i].column) == StringView("ip"))) {
+      continue;
+    }
+    isAsked = true;
+    const StringView text = tree.GetCurrentNodeValueString(list.data[i].expr, StringView(), nullptr);
+    u32 address = 0;
+    if (text.text != nullptr && Network::ConvertIPv4StringToBinary(text.text, address)) {
+      wanted.push_back(address);
+    }
+  }
+  for (const edr_netdb& row : answer.rows) {
+    u32 address = 0;
+    Require(Network::ConvertIPv4StringToBinary(row.ip().c_str(), address));
+    Require(!isAsked || std::find(wanted.begin(), wanted.end(), address) != wanted.end());
+  }
+}
+
 void CheckConditions(const char* constraints, const Answer& answer) {
   TreeContainer tree;
   Array<Constraint> list;
@@ -129,6 +154,7 @@ void CheckConditions(const char* constraints, const Answer& answer) {
     Require(list.data[i].op != kUnknown && ConstraintOperatorName(list.data[i].op) != nullptr);
   }
   Require(list.count != 0 || (answer.error == kNoError && answer.rows.size() == kRows));
+  CheckAddresses(tree, list, answer);
   CheckPatterns(tree, list, answer);
 }
 

@@ -247,8 +247,44 @@ class Shapes:
         return ("SELECT %d AS q, a.ip AS ip, a.port AS port FROM (SELECT * FROM edr_netdb WHERE %s LIMIT 10000) AS a "
                 "WHERE EXISTS (SELECT 1 FROM edr_netdb AS b WHERE b.ip = a.ip AND b.port <> a.port)" % (number, clause))
 
+    def row_value(self, number, clause):
+        columns = ", ".join(self.random.sample(("ip", "port", "proc_fpath", "first_seen", "proc_md5", "proc_puid"), 2))
+        return ("SELECT %d AS q, ip, port, first_seen FROM edr_netdb WHERE (%s) IN "
+                "(SELECT %s FROM edr_netdb WHERE %s)" % (number, columns, columns, clause))
+
+    def outer_condition(self, number, clause):
+        """A condition on the inner table after an outer join, which must not go down as if it were one of the join."""
+        column = self.random.choice(("ip", "proc_fpath", "proc_puid", "first_seen", "proc_md5"))
+        return ("SELECT %d AS q, a.ip AS ip, a.port AS port, b.port AS port2 FROM (SELECT * FROM edr_netdb WHERE %s "
+                "LIMIT 10000) AS a LEFT JOIN edr_netdb AS b ON a.%s = b.%s AND a.port < b.port WHERE %s" % (
+                    number, clause, column, column, self.random.choice((
+                        "b.ip IS NULL", "b.ip IS NULL OR b.proc_fpath = a.proc_fpath", "b.first_seen >= a.first_seen",
+                        "b.ip IS a.ip", "coalesce(b.proc_fpath, '') LIKE '%'"))))
+
+    def right_join(self, number, clause):
+        column = self.random.choice(("ip", "proc_fpath", "proc_puid", "last_seen", "proc_qid"))
+        return ("SELECT %d AS q, a.ip AS ip, a.port AS port, b.ip AS ip2, b.port AS port2 FROM edr_netdb AS a %s JOIN "
+                "(SELECT * FROM edr_netdb WHERE %s LIMIT 10000) AS b ON a.%s = b.%s AND a.port > b.port" % (
+                    number, self.random.choice(("RIGHT", "FULL")), clause, column, column))
+
+    def of_another_type(self, number, clause):
+        """Values of any type and collation, as columns have them."""
+        column = self.random.choice(("ip", "first_seen", "proc_fpath", "proc_md5", "proc_puid"))
+        kind = self.random.choice(("TEXT", "INTEGER", "REAL", "NUMERIC", "BLOB"))
+        return ("SELECT %d AS q, a.n AS n, b.ip AS ip, b.port AS port FROM (SELECT port AS n, CAST(%s AS %s) AS v "
+                "FROM edr_netdb WHERE %s LIMIT 10000) AS a CROSS JOIN edr_netdb AS b ON b.%s %s a.v%s" % (
+                    number, column, kind, clause, column, self.random.choice(("=", "IS", "<", ">=", "LIKE")),
+                    self.random.choice(("", "", " COLLATE NOCASE"))))
+
+    def through_a_view(self, number, clause):
+        return ("WITH v AS (SELECT ip, port, first_seen AS t, proc_fpath AS p FROM edr_netdb WHERE %s UNION ALL "
+                "SELECT ip, port, last_seen, lower(proc_fpath) FROM edr_netdb) SELECT %d AS q, * FROM v WHERE "
+                "p %s (SELECT max(proc_fpath) FROM edr_netdb WHERE %s) AND t >= (SELECT min(last_seen) FROM edr_netdb)"
+                % (clause, number, self.random.choice(("=", "LIKE")), clause))
+
 
 # Of Shapes, with the most rows that the clause may have.
 SHAPES = ((Shapes.ordered, None), (Shapes.grouped, None), (Shapes.distinct, None), (Shapes.window, None),
           (Shapes.sub_select, None), (Shapes.scalar, None), (Shapes.union, None), (Shapes.join, 20),
-          (Shapes.exists, 20))
+          (Shapes.exists, 20), (Shapes.row_value, None), (Shapes.outer_condition, 20), (Shapes.right_join, 20),
+          (Shapes.of_another_type, 20), (Shapes.through_a_view, None))

@@ -29,7 +29,7 @@ POLICY = "max_db_days = 1_000_000\nkeep_private_addresses = true\n"
 
 CLAUSES = 2000
 CLAUSES_OF_MADE_ROWS = 600
-OTHER_STATEMENTS = 180
+OTHER_STATEMENTS = 280
 STATEMENTS_A_RUN = 500
 # A clause without an answer, or with nearly all rows, is mostly replaced.
 ATTEMPTS = 4

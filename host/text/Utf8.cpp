@@ -24,6 +24,30 @@ bool IsControl(std::string_view character) {
   return first < 0x20 || first == 0x7F || (first == 0xC2 && ByteAt(character, 1) < 0xA0);
 }
 
+// U+061C, U+200E, U+200F, U+2028 to U+202E and U+2066 to U+2069: they break lines, or turn the order of what follows.
+bool IsInvisibleOrder(std::string_view character) {
+  const u8 first = ByteAt(character, 0);
+  const u8 second = ByteAt(character, 1);
+  const u8 third = ByteAt(character, 2);
+  if (first != 0xE2) {
+    return character == "\xD8\x9C";
+  }
+  return second == 0x80 ? third == 0x8E || third == 0x8F || (third >= 0xA8 && third <= 0xAE)
+                        : second == 0x81 && third >= 0xA6 && third <= 0xA9;
+}
+
+// Of a character of two or three bytes.
+std::string CodeEscape(std::string_view character) {
+  const unsigned lead = character.size() == 2 ? ByteAt(character, 0) & 0x1FU : ByteAt(character, 0) & 0x0FU;
+  unsigned code = lead;
+  for (std::size_t i = 1; i < character.size(); ++i) {
+    code = code << 6U | (ByteAt(character, i) & 0x3FU);
+  }
+  char text[16];
+  std::snprintf(text, sizeof(text), "\\u%04X", code);
+  return text;
+}
+
 std::string HexEscape(std::string_view bytes, const char* format) {
   char text[16];
   std::snprintf(text, sizeof(text), format, ByteAt(bytes, bytes.size() - 1));
@@ -55,7 +79,9 @@ std::string ToValidUtf8(std::string_view text) {
 std::string ToPrintable(std::string_view text) {
   std::string result;
   ForEachCharacter(text, [&result](std::string_view character) {
-    result += IsControl(character) ? HexEscape(character, "\\x%02X") : std::string(character);
+    result += IsControl(character)          ? HexEscape(character, "\\x%02X")
+              : IsInvisibleOrder(character) ? CodeEscape(character)
+                                            : std::string(character);
   });
   return result;
 }

@@ -14,7 +14,8 @@ std::size_t Utf8Length(std::string_view text);
 // U+FFFD in place of each byte that is no part of a well-formed character.
 std::string ToValidUtf8(std::string_view text);
 
-// The same, and control characters as "\x1B", so that a text cannot steer a terminal.
+// The same, and control characters as "\x1B", so that a text cannot steer a terminal; those that turn the order of
+// writing or break a line as "\u202E", so that one name cannot look like another.
 std::string ToPrintable(std::string_view text);
 
 // Characters of a valid text.

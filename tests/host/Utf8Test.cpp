@@ -36,6 +36,17 @@ TEST(ToPrintable, EscapesControlCharacters) {
   EXPECT_EQ(ToPrintable(std::string_view("\0", 1)), "\\x00");
 }
 
+TEST(ToPrintable, EscapesWhatTurnsTheOrderOfWriting) {
+  EXPECT_EQ(ToPrintable("/tmp/annex\xE2\x80\xAEgpj.exe"), "/tmp/annex\\u202Egpj.exe");
+  EXPECT_EQ(ToPrintable("\xD8\x9C\xE2\x80\x8E\xE2\x80\x8F"), "\\u061C\\u200E\\u200F");
+  EXPECT_EQ(ToPrintable("\xE2\x80\xA8\xE2\x80\xA9\xE2\x80\xAA"), "\\u2028\\u2029\\u202A");
+  EXPECT_EQ(ToPrintable("\xE2\x81\xA6\xE2\x81\xA9"), "\\u2066\\u2069");
+  for (const char* text : {"\xD8\x9B", "\xE2\x80\x8D", "\xE2\x80\x90", "\xE2\x80\xA7", "\xE2\x80\xAF", "\xE2\x81\xA5",
+                           "\xE2\x81\xAA", "\xE1\x80\xAE"}) {
+    EXPECT_EQ(ToPrintable(text), text);
+  }
+}
+
 TEST(ToJsonString, EscapesWhatJsonAsksFor) {
   EXPECT_EQ(ToJsonString("C:\\a \"b\"\n"), "\"C:\\\\a \\\"b\\\"\\u000a\"");
   EXPECT_EQ(ToJsonString("\xFF"), std::string("\"") + kReplaced + "\"");

@@ -12,6 +12,7 @@
 #include "host/sql/InterruptGuard.h"
 #include "host/sql/LineEditor.h"
 #include "host/sql/Shell.h"
+#include "host/sql/SqlText.h"
 #include "host/sql/StatementRunner.h"
 #include "host/table/Columns.h"
 
@@ -25,6 +26,7 @@ constexpr char kExamples[] =
     "  netdb sql 'SELECT ip, sum(bytes_out) FROM edr_netdb GROUP BY ip ORDER BY 2 DESC LIMIT 10'\n"
     "  netdb sql \"SELECT ts(first_seen), proc_fpath FROM edr_netdb WHERE in_cidr(ip, '198.51.100.0/24')\"\n"
     "  netdb sql --format csv 'SELECT * FROM processes' > processes.csv\n"
+    "  netdb sql .schema                                     the columns; also .tables, '.mode FORMAT'\n"
     "  netdb sql < questions.sql                             each statement of a file; the first that fails ends it\n";
 
 struct Arguments {
@@ -71,7 +73,12 @@ std::vector<std::string> WordsToComplete(Table::Database& database) {
 Outcome RunStatements(Actions& actions, const std::vector<std::string>& statements) {
   Outcome worst = Outcome::kDone;
   for (const std::string& statement : statements) {
-    const Outcome outcome = actions.RunStatements(statement);
+    const std::string trimmed = Sql::Trimmed(statement);
+    const bool isCommand = trimmed.rfind('.', 0) == 0;
+    const Outcome outcome = isCommand ? actions.RunCommand(trimmed) : actions.RunStatements(statement);
+    if (outcome == Outcome::kQuit) {
+      break;
+    }
     worst = outcome == Outcome::kDone ? worst : outcome;
     if (worst != Outcome::kDone && worst != Outcome::kPartial) {
       break;

@@ -77,6 +77,7 @@ void ResultTable::Finish() {
 void ResultTable::Begin() {
   if (options_.width != 0) {
     ShrinkToTerminal();
+    isTooWide_ = TooMany() > 0;
   }
   PrintNames();
   for (const Texts& texts : heldBack_) {

@@ -19,6 +19,7 @@ class ResultTable final : public ResultWriter {
   ResultTable(const RenderOptions& options, std::vector<Column> columns, std::ostream& out);
   void Write(const std::vector<Cell>& cells) override;
   void Finish() override;
+  [[nodiscard]] bool IsTooWide() const override { return isTooWide_; }
 
  private:
   // How a column is printed.
@@ -48,6 +49,7 @@ class ResultTable final : public ResultWriter {
   std::vector<Column> columns_;
   std::ostream& out_;
   bool begun_ = false;
+  bool isTooWide_ = false;
   std::vector<Texts> heldBack_;
   std::vector<Layout> layouts_;
 };

@@ -47,6 +47,8 @@ class ResultWriter {
   virtual void Write(const std::vector<Cell>& cells) = 0;
   // Also what a result without rows needs.
   virtual void Finish() = 0;
+  // After Finish: whether rows were too long for a line of the terminal.
+  [[nodiscard]] virtual bool IsTooWide() const { return false; }
 };
 
 std::unique_ptr<ResultWriter> MakeResultWriter(const RenderOptions& options, std::vector<Column> columns,

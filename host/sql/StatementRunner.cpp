@@ -26,11 +26,12 @@ ColumnKind KindOf(const std::string& origin) {
   return found->kind == ColumnKind::kTimeMs ? ColumnKind::kNumber : found->kind;
 }
 
-std::string FootnoteOf(std::size_t rows, Clock::duration took) {
+std::string FootnoteOf(std::size_t rows, Clock::duration took, bool isTooWide) {
   char text[80];
   std::snprintf(text, sizeof(text), "(%zu %s, %.2f s)", rows, rows == 1 ? "row" : "rows",
                 std::chrono::duration<double>(took).count());
-  return text;
+  return std::string(text) +
+         (isTooWide ? "\nToo wide for this terminal; the format line has a line for each column." : "");
 }
 
 // Prints the results of one run.
@@ -61,10 +62,11 @@ class ResultPrinter final : public Table::Database::Sink {
   }
 
   bool End() override {
-    std::exchange(writer_, nullptr)->Finish();
+    writer_->Finish();
+    const bool isTooWide = std::exchange(writer_, nullptr)->IsTooWide();
     printer_.out.flush();
     if (printer_.footnote && printer_.options.format == Format::kTable) {
-      printer_.footnote(FootnoteOf(rows_, Clock::now() - begun_));
+      printer_.footnote(FootnoteOf(rows_, Clock::now() - begun_, isTooWide));
     }
     begun_ = Clock::now();
     return printer_.out.good();

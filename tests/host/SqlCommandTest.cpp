@@ -66,6 +66,13 @@ TEST_F(SqlCommandTest, SeveralStatementsRunInTurn) {
             "a\r\n1\r\nb\r\n2\r\nc\r\n3\r\n");
 }
 
+TEST_F(SqlCommandTest, DotCommandsMayStandBetweenStatements) {
+  const ProgramResult result = Sql({".mode csv", "SELECT 1 AS a", " .tables", ".quit", "SELECT 2 AS b"});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.out, "a\r\n1\r\ndays\nedr_netdb\nprocesses\n");
+  EXPECT_EQ(Sql({".dump", "SELECT 1"}).exitCode, 1);
+}
+
 TEST_F(SqlCommandTest, NothingToRunIsDone) {
   for (const char* sql : {"", "  ", "-- nothing", ";"}) {
     const ProgramResult result = Sql({"--", sql}, "SELECT 1;");

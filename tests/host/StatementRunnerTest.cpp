@@ -15,6 +15,7 @@ namespace {
 using namespace Host;
 using namespace Host::Sql;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
@@ -65,6 +66,16 @@ TEST_F(StatementRunnerTest, FootnoteTellsRowsAndTimeOfATable) {
                                       MatchesRegex("\\(0 rows, [0-9]+\\.[0-9][0-9] s\\)"),
                                       MatchesRegex("\\(2 rows, [0-9]+\\.[0-9][0-9] s\\)")));
   EXPECT_EQ(out_.str().substr(0, 6), "a\n1\nb\n");
+}
+
+TEST_F(StatementRunnerTest, FootnoteOfATableThatIsTooWideNamesTheOtherFormat) {
+  WantFootnotes();
+  printer_.options.width = 12;
+  EXPECT_EQ(Run(Render::Format::kTable, "SELECT 123456 AS a, 1234 AS b; SELECT 123456 AS a, 12345 AS b"),
+            Outcome::kDone);
+  EXPECT_THAT(footnotes_,
+              ElementsAre(EndsWith(" s)"), EndsWith("Too wide for this terminal; the format line has a line "
+                                                    "for each column.")));
 }
 
 TEST_F(StatementRunnerTest, OtherFormatsHaveNoFootnote) {

@@ -208,7 +208,7 @@ std::string MeasurePlace(Measure measure) {
 }
 
 // A sum of real numbers is exact up to 2^53, and does not fail where whole numbers of SQL end.
-constexpr char kSums[] = "sum(conns_total), CAST(total(bytes_in) AS INTEGER), CAST(total(bytes_out) AS INTEGER)";
+constexpr char kSums[] = "sum(conns_total), total(bytes_in), total(bytes_out)";
 constexpr char kKnownProcess[] = "proc_fpath <> ''";
 
 std::string NewOf(const char* kind, const char* column, const char* condition) {
@@ -298,8 +298,7 @@ std::optional<Measure> MeasureOf(const std::string& name) {
 Statement TopStatement(GroupBy groupBy, Measure measure, i64 limit, const TimeRange& range) {
   const std::string group = GroupExpression(groupBy);
   Statement statement;
-  statement.text =
-      "SELECT " + group + ", " + kSums + ", CAST(total(bytes_in) + total(bytes_out) AS INTEGER) FROM edr_netdb";
+  statement.text = "SELECT " + group + ", " + kSums + ", total(bytes_in) + total(bytes_out) FROM edr_netdb";
   bool first = true;
   AddRange(range, statement, first);
   if (groupBy == GroupBy::kProcess) {

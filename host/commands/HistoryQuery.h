@@ -47,7 +47,7 @@ std::optional<GroupBy> GroupByOf(const std::string& name);
 std::optional<Measure> MeasureOf(const std::string& name);
 
 // Columns: the group, conns, bytes_in, bytes_out, bytes; the largest by `measure` first. Rows without a process are no
-// process. Sums of bytes that 64 bits do not hold stay at the most that they do.
+// process. Sums of bytes are real numbers.
 Statement TopStatement(GroupBy groupBy, Measure measure, i64 limit, const TimeRange& range);
 
 // What was first seen at `sinceSeconds` or later. Columns: kind ("ip" or "process"), name, first_seen, last_seen,

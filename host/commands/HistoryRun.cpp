@@ -15,25 +15,26 @@ namespace {
 
 using Table::Database;
 
-class TakerSink final : public Database::Sink {
- public:
-  explicit TakerSink(const RowTaker& take) : take_(take) {}
-  bool Begin(const std::vector<Database::Column>& /*columns*/) override { return true; }
-  bool Row(const std::vector<Cell>& cells) override { return take_(cells); }
-  bool End() override { return true; }
-
- private:
-  const RowTaker& take_;
-};
-
 // Counts are whole numbers, also past those of SQL.
-void MakeWhole(std::vector<Cell>& cells) {
+std::vector<Cell> MakeWhole(std::vector<Cell> cells) {
   for (Cell& cell : cells) {
     if (std::holds_alternative<double>(cell)) {
       cell = std::to_string(NumberOf(cell));
     }
   }
+  return cells;
 }
+
+class TakerSink final : public Database::Sink {
+ public:
+  explicit TakerSink(const RowTaker& take) : take_(take) {}
+  bool Begin(const std::vector<Database::Column>& /*columns*/) override { return true; }
+  bool Row(const std::vector<Cell>& cells) override { return take_(MakeWhole(cells)); }
+  bool End() override { return true; }
+
+ private:
+  const RowTaker& take_;
+};
 
 }  // namespace
 
@@ -91,9 +92,8 @@ ExitCode PrintHistory(const HistoryOptions& options, const Statement& statement,
       writer = MakeResultWriter(options.ForStandardOutput(), columns, std::cout);
     }
   };
-  const ExitCode code = RunHistory(options.dataFolder, statement, [&](std::vector<Cell> cells) {
+  const ExitCode code = RunHistory(options.dataFolder, statement, [&](const std::vector<Cell>& cells) {
     begin();
-    MakeWhole(cells);
     writer->Write(cells);
     return std::cout.good();
   });

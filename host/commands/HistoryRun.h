@@ -29,7 +29,7 @@ void AddFormatOption(Options options, HistoryOptions& history);
 // What --since and --until say now. Nothing, with a sentence in `error`, when they are no range.
 std::optional<TimeRange> RangeOf(const HistoryOptions& options, std::string& error);
 
-// Gets the cells of each row; false ends the run.
+// Gets the cells of each row, of which numbers past those of SQL are digits; false ends the run.
 using RowTaker = std::function<bool(const std::vector<Cell>& cells)>;
 
 // Runs the statement over the folder's history and prints what went wrong. kFailed, or kPartial when rows are missing.

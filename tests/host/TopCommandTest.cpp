@@ -124,6 +124,26 @@ TEST_F(TopCommandTest, BarsFollowTheWidthOfTheTerminal) {
   EXPECT_EQ(longest(20), 8);
 }
 
+TEST_F(TopCommandTest, SumsPastTheNumbersOfSqlAreOrderedAndStayAtTheMostOf64Bits) {
+  constexpr Host::u64 kHalf = Host::u64{1} << 63;
+  PutHistory(folder_.Path(), {{kDay + 1, 1, 0, "", 443, 0, kHalf},
+                              {kDay + 2, 2, 0, "", 443, 0, kHalf, kHalf / 2},
+                              {kDay + 3, 3, 0, "", 443, 0, ~Host::u64{0}, ~Host::u64{0}},
+                              {kDay + 4, 4, 0, "", 443, 0, 3, 1}});
+  EXPECT_EQ(Csv({}),
+            "ip,conns,bytes_in,bytes_out,bytes\r\n"
+            "203.0.113.3,1,18446744073709551615,18446744073709551615,18446744073709551615\r\n"
+            "203.0.113.2,1,9223372036854775808,4611686018427387904,13835058055282163712\r\n"
+            "203.0.113.1,1,9223372036854775808,0,9223372036854775808\r\n"
+            "203.0.113.4,1,3,1,4\r\n");
+}
+
+TEST_F(TopCommandTest, EqualsComeByTheirNames) {
+  PutHistory(folder_.Path(), {{kDay + 1, 9, 0, "/b", 443}, {kDay + 2, 7, 0, "/a", 80}, {kDay + 3, 8, 0, "/c", 22}});
+  EXPECT_THAT(Csv({"--of", "process"}), testing::EndsWith("/a,1,0,0,0\r\n/b,1,0,0,0\r\n/c,1,0,0,0\r\n"));
+  EXPECT_THAT(Csv({"--of", "port", "--by", "conns"}), testing::EndsWith("22,1,0,0,0\r\n80,1,0,0,0\r\n443,1,0,0,0\r\n"));
+}
+
 TEST_F(TopCommandTest, WithoutTrafficThereIsNoColumnOfBars) {
   PutHistory(folder_.Path(), {{1699920001, 1}});
   setenv("NO_COLOR", "1", 1);

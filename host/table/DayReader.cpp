@@ -81,7 +81,7 @@ void DayReader::Report() {
     case OSQuery::kBufferFull:
       return problems_.Add("the rows of " + DateOf(day_) + " do not fit into memory; some are missing");
     default:
-      return problems_.Add("the rows of " + DateOf(day_) + " are damaged; some are missing");
+      return problems_.Add("the rows of " + DateOf(day_) + " are damaged or cannot be read; some are missing");
   }
 }
 

@@ -148,7 +148,8 @@ TEST_F(TableDatabaseTest, RowOfAMissingProcessEndsItsDayAlone) {
   bytes.addresses = {{1, 0}, {2, 77}, {3, 0}};
   folder_.Put("netdb/" + std::to_string(kDay) + ".db", bytes.Bytes());
   EXPECT_THAT(Rows("SELECT ip FROM edr_netdb"), ElementsAre("203.0.113.1", "203.0.113.200"));
-  EXPECT_THAT(database_->TakeProblems(), ElementsAre("the rows of 2023-11-14 are damaged; some are missing"));
+  EXPECT_THAT(database_->TakeProblems(),
+              ElementsAre("the rows of 2023-11-14 are damaged or cannot be read; some are missing"));
 }
 
 TEST_F(TableDatabaseTest, OtherFilesAreLeftAlone) {

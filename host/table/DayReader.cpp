@@ -15,6 +15,7 @@ namespace OSQuery = RYL::NetDB::OSQuery;
 
 constexpr u32 kNoLimit = std::numeric_limits<u32>::max();
 constexpr std::size_t kDateLength = 10;
+
 std::string DateOf(u64 day) {
   return Text::FormatUtc(day).substr(0, kDateLength);
 }

@@ -219,33 +219,33 @@ void GiveCount(sqlite3_context* context, u64 count) {
 
 void GiveField(sqlite3_context* context, const edr_netdb& row, int column) {
   switch (column) {
-    case 0:
+    case kIp:
       return GiveText(context, row.ip());
-    case 1:
+    case kFirstSeen:
       return GiveCount(context, row.first_seen());
-    case 2:
+    case kLastSeen:
       return GiveCount(context, row.last_seen());
-    case 3:
+    case kPort:
       return GiveCount(context, row.port());
-    case 4:
+    case kProtos:
       return GiveText(context, row.protos());
-    case 5:
+    case kConnsTotal:
       return GiveCount(context, row.conns_total());
-    case 6:
+    case kConnsIn:
       return GiveCount(context, row.conns_in());
-    case 7:
+    case kConnsOut:
       return GiveCount(context, row.conns_out());
-    case 8:
+    case kBytesIn:
       return GiveCount(context, row.bytes_in());
-    case 9:
+    case kBytesOut:
       return GiveCount(context, row.bytes_out());
-    case 10:
+    case kProcFpath:
       return GiveText(context, row.proc_fpath());
-    case 11:
+    case kProcMd5:
       return GiveText(context, row.proc_md5());
-    case 12:
+    case kProcQid:
       return GiveText(context, row.proc_qid());
-    case 13:
+    case kProcPuid:
       return GiveText(context, std::to_string(row.proc_puid()));
     default:
       return sqlite3_result_int64(context, row.proc_pid());

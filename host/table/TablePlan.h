@@ -10,16 +10,23 @@
 
 namespace Host::Table {
 
-// Places of kColumns that conditions are about.
+// Places in kColumns.
 enum ColumnIndex : int {
-  kIp = 0,
-  kFirstSeen = 1,
-  kLastSeen = 2,
-  kPort = 3,
-  kProcFpath = 10,
-  kProcMd5 = 11,
-  kProcQid = 12,
-  kProcPuid = 13,
+  kIp,
+  kFirstSeen,
+  kLastSeen,
+  kPort,
+  kProtos,
+  kConnsTotal,
+  kConnsIn,
+  kConnsOut,
+  kBytesIn,
+  kBytesOut,
+  kProcFpath,
+  kProcMd5,
+  kProcQid,
+  kProcPuid,
+  kProcPid,
 };
 
 // The letters stand in the text of a plan.

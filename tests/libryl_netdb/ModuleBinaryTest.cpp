@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -45,6 +46,11 @@ std::vector<std::string> LinesOf(const std::string& command) {
     lines.push_back(line);
   }
   return lines;
+}
+
+// Faster than std::string's search, which counts where a module is tens of megabytes.
+bool Holds(const std::string& content, const std::string& text) {
+  return memmem(content.data(), content.size(), text.data(), text.size()) != nullptr;
 }
 
 std::string ContentOf(const std::string& path) {
@@ -101,7 +107,7 @@ TEST(ModuleBinary, HoldsNoMessageText) {
     for (const std::string& module : kModules) {
       const std::string content = ContentOf(module);
       for (const std::string& text : texts) {
-        EXPECT_EQ(content.find(text), std::string::npos) << module << ": " << text;
+        EXPECT_FALSE(Holds(content, text)) << module << ": " << text;
       }
     }
   }
@@ -113,7 +119,7 @@ TEST(ModuleBinary, HoldsNoQueryKind) {
     const std::string content = ContentOf(module);
     for (const char* kind :
          {"FindIPv4", "FindProcessesPath", "FindPorts", "FindProtos", "FindProcessesMD5", "FindProcessesQID"}) {
-      EXPECT_EQ(content.find(kind), std::string::npos) << module << ": " << kind;
+      EXPECT_FALSE(Holds(content, kind)) << module << ": " << kind;
     }
   }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "host/table/Columns.h"
 #include "host/text/Numbers.h"
 
 namespace Host::Commands {
@@ -10,20 +11,8 @@ namespace {
 
 constexpr u64 kMsPerDay = 86'400'000;
 
-// The columns of SummaryStatement.
-enum Place : std::size_t {
-  kIp,
-  kFirstSeen,
-  kLastSeen,
-  kPort,
-  kProtos,
-  kConnsTotal,
-  kConnsIn,
-  kConnsOut,
-  kBytesIn,
-  kBytesOut,
-  kPath
-};
+// The columns of SummaryStatement are the first of the table.
+using enum Table::ColumnIndex;
 
 u64 Sum(u64 a, u64 b) {
   return a > ~u64{0} - b ? ~u64{0} : a + b;
@@ -88,7 +77,7 @@ void Summary::Add(const std::vector<Cell>& cells) {
       protocols.Add(std::string(name), tally);
     }
   }
-  processes.Add(TextOf(cells[kPath]), tally);
+  processes.Add(TextOf(cells[kProcFpath]), tally);
   peers.Add(TextOf(cells[kIp]), tally);
 }
 

@@ -34,4 +34,23 @@ inline constexpr std::array<TableColumn, kColumnCount> kColumns = {{
     {"proc_pid", "BIGINT", Render::ColumnKind::kNumber},
 }};
 
+// Places in kColumns.
+enum ColumnIndex : int {
+  kIp,
+  kFirstSeen,
+  kLastSeen,
+  kPort,
+  kProtos,
+  kConnsTotal,
+  kConnsIn,
+  kConnsOut,
+  kBytesIn,
+  kBytesOut,
+  kProcFpath,
+  kProcMd5,
+  kProcQid,
+  kProcPuid,
+  kProcPid,
+};
+
 }  // namespace Host::Table

@@ -10,25 +10,6 @@
 
 namespace Host::Table {
 
-// Places in kColumns.
-enum ColumnIndex : int {
-  kIp,
-  kFirstSeen,
-  kLastSeen,
-  kPort,
-  kProtos,
-  kConnsTotal,
-  kConnsIn,
-  kConnsOut,
-  kBytesIn,
-  kBytesOut,
-  kProcFpath,
-  kProcMd5,
-  kProcQid,
-  kProcPuid,
-  kProcPid,
-};
-
 // The letters stand in the text of a plan.
 enum class Operation : char {
   kEquals = 'e',  // one of the values

@@ -5,8 +5,8 @@
 
 #include <sstream>
 
-#include "host/table/Columns.h"
 #include "host/text/Utf8.h"
+#include "tests/host/HistoryCells.h"
 
 namespace {
 
@@ -37,14 +37,6 @@ RenderOptions Terminal(std::size_t width) {
   return options;
 }
 
-std::vector<Column> HistoryColumns() {
-  std::vector<Column> columns;
-  for (const Table::TableColumn& column : Table::kColumns) {
-    columns.push_back({column.name, column.kind});
-  }
-  return columns;
-}
-
 std::vector<Cell> RowWithPath(const std::string& path) {
   const Cell zero = i64{0};
   return {std::string("203.0.0.0"),
@@ -65,24 +57,8 @@ std::vector<Cell> RowWithPath(const std::string& path) {
 }
 
 TEST(ResultTable, ColumnsAreAligned) {
-  const Cell zero = i64{0};
-  const std::vector<Cell> unknown = {std::string("0.0.0.0"),
-                                     zero,
-                                     zero,
-                                     zero,
-                                     std::string(),
-                                     zero,
-                                     zero,
-                                     zero,
-                                     zero,
-                                     zero,
-                                     std::string(),
-                                     std::string(32, '0'),
-                                     std::string(64, '0'),
-                                     std::string("0"),
-                                     i64{-1}};
   EXPECT_THAT(
-      Lines({}, HistoryColumns(), {RowWithPath("/usr/bin/curl"), unknown}),
+      Lines({}, HistoryColumns(), {RowWithPath("/usr/bin/curl"), EmptyRow()}),
       ElementsAre(
           "ip                   first_seen             last_seen  port  protos  conns_total  conns_in  conns_out"
           "  bytes_in  bytes_out  proc_fpath     proc_md5                          "

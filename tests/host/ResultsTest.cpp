@@ -6,20 +6,12 @@
 #include <limits>
 #include <sstream>
 
-#include "host/table/Columns.h"
+#include "tests/host/HistoryCells.h"
 
 namespace {
 
 using namespace Host;
 using namespace Host::Render;
-
-std::vector<Column> HistoryColumns() {
-  std::vector<Column> columns;
-  for (const Table::TableColumn& column : Table::kColumns) {
-    columns.push_back({column.name, column.kind});
-  }
-  return columns;
-}
 
 std::vector<Cell> ExampleRow() {
   return {std::string("203.0.113.9"),
@@ -37,25 +29,6 @@ std::vector<Cell> ExampleRow() {
           std::string(64, 'b'),
           std::string("18446744073709551614"),
           i64{4321}};
-}
-
-std::vector<Cell> EmptyRow() {
-  const Cell zero = i64{0};
-  return {std::string("0.0.0.0"),
-          zero,
-          zero,
-          zero,
-          std::string(),
-          zero,
-          zero,
-          zero,
-          zero,
-          zero,
-          std::string(),
-          std::string(32, '0'),
-          std::string(64, '0'),
-          zero,
-          i64{-1}};
 }
 
 std::string Rendered(Format format, const std::vector<Column>& columns, const std::vector<std::vector<Cell>>& rows) {

@@ -41,15 +41,16 @@ sigset_t BlockSignals() {
   return signals;
 }
 
-// What was in use stays when this fails.
+// What was in use stays when this fails. Who reads the note may rely on it: the lists are in use by then.
 bool Load(const Arguments& arguments, ReputationService& service, std::string& error) {
   auto lists = Reputation::LoadLists(arguments.lists, &PrintNote, error);
   if (!lists) {
     return false;
   }
-  PrintNote(std::to_string(lists->addresses.Count()) + " harmless networks out of " + std::to_string(lists->files) +
-            (lists->files == 1 ? " file" : " files"));
+  const std::string summary = std::to_string(lists->addresses.Count()) + " harmless networks out of " +
+                              std::to_string(lists->files) + (lists->files == 1 ? " file" : " files");
   service.Use(std::make_shared<const AddressList>(std::move(lists->addresses)));
+  PrintNote(summary);
   return true;
 }
 

@@ -63,12 +63,18 @@ list(APPEND RYL_TEST_OPTIONS
   $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds> $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow> $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overread>)
 
+# ryl_test_options(NAME): a target's sources are test sources.
+function(ryl_test_options name)
+  target_compile_options(${name} PRIVATE ${RYL_TEST_OPTIONS})
+  set_target_properties(${name} PROPERTIES RYL_IS_TEST TRUE)
+endfunction()
+
 # ryl_test(NAME SOURCES ... LINKS ...): a GoogleTest program; ctest runs each of its tests in a process of its own. Its
 # sources find GoogleTest's headers compiled already (tests/support), and include them all the same.
 function(ryl_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
   ryl_program(${name} SOURCES ${ARG_SOURCES} LINKS ${ARG_LINKS} GTest::gtest GTest::gmock GTest::gtest_main)
-  target_compile_options(${name} PRIVATE ${RYL_TEST_OPTIONS})
+  ryl_test_options(${name})
   target_precompile_headers(${name} REUSE_FROM test_headers)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300)
 endfunction()

@@ -157,7 +157,7 @@ TEST(Token, WhatCannotBeOneIsRefused) {
 
 TEST(Token, FileThatOthersMayReadIsRefused) {
   const TemporaryFolder folder;
-  for (const mode_t mode : {0640, 0604, 0644, 0440}) {
+  for (const mode_t mode : {0640U, 0604U, 0644U, 0440U}) {
     std::string token;
     std::string error;
     EXPECT_FALSE(ReadToken(PutSecret(folder, "secret", mode), token, error)) << mode;

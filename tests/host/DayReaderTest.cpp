@@ -134,7 +134,7 @@ TEST_F(DayReaderTest, ListHoldsWhatEitherOfTwoLooksShows) {
   PutDay(kNextDay);
   DayList days(kFolder, problems_, pause_);
   EXPECT_THAT(days.List(), ElementsAre(kDay, kNextDay));
-  for (const u64 look : {0, 1}) {
+  for (const u64 look : {0U, 1U}) {
     Sim::FailFileOperation(Sim::Operation::kEnumerate, look, Sim::Fault::kDrop);
     EXPECT_THAT(days.List(), ElementsAre(kDay, kNextDay));
   }

@@ -482,7 +482,7 @@ TEST_F(DBManagerTest, TableThatIsFullRefusesTheMessage) {
 
 TEST_F(DBManagerTest, TablesThatCannotBePutIntoTheStoreFailTheDump) {
   ASSERT_TRUE(Add(kDay, 1));
-  for (const u64 failing : {0, 1}) {
+  for (const u64 failing : {0U, 1U}) {
     LogCapture log;
     ASSERT_TRUE(Add(kDay, static_cast<u16>(10 + failing)));
     auto* const store = Access::Store(manager);

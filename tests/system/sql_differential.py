@@ -1,7 +1,7 @@
 """Random SQL over imported data, made and recorded, gives the same rows as a plain table of SQLite that holds them all.
 
-usage: sql_differential.py NETDB FOLDER_OF_LOGS
-RYL_SQL_SEED=n repeats the run that printed n.
+usage: sql_differential.py NETDB FOLDER_OF_LOGS DIVISOR
+DIVISOR is 1, or a number by which the random statements are fewer. RYL_SQL_SEED=n repeats the run that printed n.
 """
 import collections
 import glob
@@ -27,9 +27,10 @@ UNIQUE_IDS = (0, 1, 443, (1 << 53) + 1, (1 << 63) - 1, 1 << 63, (1 << 64) - 1)
 # Private addresses too: they are most of the logs.
 POLICY = "max_db_days = 1_000_000\nkeep_private_addresses = true\n"
 
-CLAUSES = 2000
-CLAUSES_OF_MADE_ROWS = 600
-OTHER_STATEMENTS = 280
+DIVISOR = int(sys.argv[3])
+CLAUSES = 2000 // DIVISOR
+CLAUSES_OF_MADE_ROWS = 600 // DIVISOR
+OTHER_STATEMENTS = 280 // DIVISOR
 STATEMENTS_A_RUN = 500
 # A clause without an answer, or with nearly all rows, is mostly replaced.
 ATTEMPTS = 4

@@ -14,7 +14,7 @@ using Sim::Operation;
 std::string ValueOf(int number, char filling) {
   std::string value(static_cast<std::size_t>(number) * 3000, filling);
   for (std::size_t i = 0; i < value.size(); ++i) {
-    value[i] = static_cast<char>(value[i] + (i * i + i / 7) % 61);
+    value[i] = static_cast<char>(value[i] + static_cast<int>((i * i + i / 7) % 61));
   }
   return value;
 }

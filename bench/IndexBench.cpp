@@ -150,7 +150,7 @@ constexpr Kind kKinds[] = {{"BinarySearch", StoreFlags::kBinarySearch},
                            {"RBTSearch", StoreFlags::kRBTSearch},
                            {"HashMapSearch", StoreFlags::kHashMapSearch}};
 
-void Register() {
+bool Register() {
   for (const Kind& kind : kKinds) {
     for (const u32 size : {1000U, 20000U, 131072U}) {
       const std::string name = std::string(kind.name) + "/" + std::to_string(size);
@@ -162,16 +162,11 @@ void Register() {
       }
     }
   }
+  return true;
 }
+
+[[maybe_unused]] const bool kIsRegistered = Register();
 
 }  // namespace
 
-int main(int count, char** arguments) {
-  Register();
-  benchmark::Initialize(&count, arguments);
-  if (benchmark::ReportUnrecognizedArguments(count, arguments)) {
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  return 0;
-}
+BENCHMARK_MAIN();

@@ -227,7 +227,7 @@ std::vector<Question> Questions() {
 }
 
 // SQLite first, as the others are compared with it.
-void Register() {
+bool Register() {
   static const std::vector<Question> questions = Questions();
   const auto add = [](const std::string& way, void (*ask)(benchmark::State&, const Question&),
                       const Question& question) {
@@ -243,16 +243,11 @@ void Register() {
     }
     add("Sql", AskSql, question);
   }
+  return true;
 }
+
+[[maybe_unused]] const bool kIsRegistered = Register();
 
 }  // namespace
 
-int main(int count, char** arguments) {
-  Register();
-  benchmark::Initialize(&count, arguments);
-  if (benchmark::ReportUnrecognizedArguments(count, arguments)) {
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  return 0;
-}
+BENCHMARK_MAIN();

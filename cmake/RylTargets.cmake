@@ -23,7 +23,7 @@ target_compile_options(ryl_options INTERFACE
 if(RYL_SANITIZE)
   target_compile_options(ryl_options INTERFACE
     -fsanitize=${RYL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
-  target_link_options(ryl_options INTERFACE -fsanitize=${RYL_SANITIZE})
+  target_link_options(ryl_options INTERFACE -fsanitize=${RYL_SANITIZE} -fuse-ld=lld)
 endif()
 
 # ryl_target(NAME): the settings above, and the include roots of the tree.
@@ -50,12 +50,10 @@ function(ryl_program name)
   target_link_libraries(${name} PRIVATE ${ARG_LINKS})
 endfunction()
 
-# How test sources are optimised: most of their time goes into compiling them. Empty: as the rest.
+# Test sources are not optimised, as most of their time goes into compiling them.
 set(RYL_TEST_OPTIONS "")
-if(RYL_SANITIZE)
+if(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
   set(RYL_TEST_OPTIONS -O0 -g1)
-elseif(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
-  set(RYL_TEST_OPTIONS -O1 -g1)
 endif()
 
 # GCC 12 forgets that a precompiled header is a system header; in its strings these then warn of what is not there.

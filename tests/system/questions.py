@@ -84,7 +84,7 @@ class Filters:
 
     def range(self):
         """Two options at once, or one of them."""
-        ends = sorted(self.value("first_seen", 1) + self.generator.randrange(-2, 3) for _ in range(2))
+        ends = sorted(self.value("first_seen", 2) + self.generator.randrange(-2, 3) for _ in range(2))
         since, until = self.generator.choice(((ends[0], ends[1]), (ends[0], 2**62), (0, ends[1])))
         options = [text for name, end, usual in (("--since", since, 0), ("--until", until, 2**62)) if end != usual
                    for text in (name, str(end))]

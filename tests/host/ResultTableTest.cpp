@@ -38,22 +38,16 @@ RenderOptions Terminal(std::size_t width) {
 }
 
 std::vector<Cell> RowWithPath(const std::string& path) {
-  const Cell zero = i64{0};
-  return {std::string("203.0.0.0"),
-          i64{1700000001000},
-          i64{1700000099000},
-          i64{443},
-          std::string(),
-          zero,
-          zero,
-          zero,
-          zero,
-          zero,
-          path,
-          std::string(32, 'a'),
-          std::string(64, 'c'),
-          std::string("0"),
-          zero};
+  std::vector<Cell> row = EmptyRow();
+  row[Table::kIp] = std::string("203.0.0.0");
+  row[Table::kFirstSeen] = i64{1700000001000};
+  row[Table::kLastSeen] = i64{1700000099000};
+  row[Table::kPort] = i64{443};
+  row[Table::kProcFpath] = path;
+  row[Table::kProcMd5] = std::string(32, 'a');
+  row[Table::kProcQid] = std::string(64, 'c');
+  row[Table::kProcPid] = i64{0};
+  return row;
 }
 
 TEST(ResultTable, ColumnsAreAligned) {
